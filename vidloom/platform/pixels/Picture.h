@@ -15,10 +15,10 @@ enum class ColorMatrix : uint8_t { bt601, bt709 };
 /// Picture always says what it is taken for.
 struct PictureColor {
   ColorMatrix matrix = ColorMatrix::bt709;
-  bool fullRange = false;               ///< 0..255 instead of 16..235 (luma) and 16..240 (chroma)
-  std::string primaries = "bt709";      ///< FFmpeg's names: "bt709", "smpte170m", "bt470bg", ...
-  std::string transfer = "bt709";       ///< FFmpeg's names: "bt709", "smpte170m", "iec61966-2-1", ...
-  std::string matrixName = "bt709";     ///< the tag to write: "bt709", "smpte170m" or "bt470bg"
+  bool fullRange = false;            ///< 0..255 instead of 16..235 (luma) and 16..240 (chroma)
+  std::string primaries = "bt709";   ///< FFmpeg's names: "bt709", "smpte170m", "bt470bg", ...
+  std::string transfer = "bt709";    ///< FFmpeg's names: "bt709", "smpte170m", "iec61966-2-1", ...
+  std::string matrixName = "bt709";  ///< the tag to write: "bt709", "smpte170m" or "bt470bg"
   friend bool operator==(const PictureColor&, const PictureColor&) = default;
 };
 
@@ -35,9 +35,9 @@ struct Picture {
   int width = 0;
   int height = 0;
   PicturePlane y, cb, cr;
-  PicturePlane alpha;                  ///< data null: opaque
+  PicturePlane alpha;  ///< data null: opaque
   PictureColor color;
-  std::shared_ptr<const void> owner;   ///< keeps the planes' memory
+  std::shared_ptr<const void> owner;  ///< keeps the planes' memory
 
   int chromaWidth() const { return (width + 1) / 2; }
   int chromaHeight() const { return (height + 1) / 2; }

@@ -1,0 +1,65 @@
+// Points, sizes, rectangles and affine transforms in double precision.
+#pragma once
+
+#include <ostream>
+#include <string>
+
+namespace vidloom {
+
+struct CGPoint {
+  double x = 0, y = 0;
+  friend constexpr bool operator==(const CGPoint&, const CGPoint&) = default;
+};
+
+struct CGSize {
+  double width = 0, height = 0;
+  friend constexpr bool operator==(const CGSize&, const CGSize&) = default;
+};
+
+struct CGRect {
+  CGPoint origin;
+  CGSize size;
+  friend constexpr bool operator==(const CGRect&, const CGRect&) = default;
+};
+
+/// x' = a x + c y + tx, y' = b x + d y + ty. A default-made one is the all-zero matrix, which sends everything to (0, 0).
+struct CGAffineTransform {
+  double a = 0, b = 0, c = 0, d = 0, tx = 0, ty = 0;
+  friend constexpr bool operator==(const CGAffineTransform&, const CGAffineTransform&) = default;
+};
+
+inline constexpr CGPoint CGPointZero{};
+inline constexpr CGSize CGSizeZero{};
+inline constexpr CGRect CGRectZero{};
+inline constexpr CGAffineTransform CGAffineTransformIdentity{1, 0, 0, 1, 0, 0};
+
+constexpr CGPoint CGPointMake(double x, double y) { return {x, y}; }
+constexpr CGSize CGSizeMake(double width, double height) { return {width, height}; }
+constexpr CGRect CGRectMake(double x, double y, double width, double height) { return {{x, y}, {width, height}}; }
+constexpr CGAffineTransform CGAffineTransformMake(double a, double b, double c, double d, double tx, double ty) {
+  return {a, b, c, d, tx, ty};
+}
+
+/// The edges and the middle of a rectangle whose size may be negative: the smaller edge is min, the larger one max.
+double CGRectGetMinX(const CGRect& rect);
+double CGRectGetMidX(const CGRect& rect);
+double CGRectGetMaxX(const CGRect& rect);
+double CGRectGetMinY(const CGRect& rect);
+double CGRectGetMidY(const CGRect& rect);
+double CGRectGetMaxY(const CGRect& rect);
+
+/// The transform that applies t1 first and then t2.
+CGAffineTransform CGAffineTransformConcat(const CGAffineTransform& t1, const CGAffineTransform& t2);
+/// The inverse; a transform that has none is returned unchanged.
+CGAffineTransform CGAffineTransformInvert(const CGAffineTransform& transform);
+CGPoint CGPointApplyAffineTransform(const CGPoint& point, const CGAffineTransform& transform);
+
+/// "{w, h}" with the numbers as "%.17g" prints them: {1080, 1920}, {0.5, 720.25}.
+std::string NSStringFromCGSize(const CGSize& size);
+
+std::ostream& operator<<(std::ostream& out, const CGPoint& point);
+std::ostream& operator<<(std::ostream& out, const CGSize& size);
+std::ostream& operator<<(std::ostream& out, const CGRect& rect);
+std::ostream& operator<<(std::ostream& out, const CGAffineTransform& transform);
+
+}  // namespace vidloom
