@@ -1,0 +1,48 @@
+// One track of a movie that is being written.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "vidloom/platform/avfoundation/AVMediaFormat.h"
+#include "vidloom/platform/coremedia/CMSampleBuffer.h"
+#include "vidloom/platform/dispatch/dispatch.h"
+#include "vidloom/platform/foundation/NSDictionary.h"
+
+namespace vidloom {
+
+class AVAssetWriter;
+
+class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInput> {
+ public:
+  /// Video settings need codec, width and height, audio settings format id, rate and channels; numbers of any type. Input with
+  /// settings that do not fit cannot be added to a writer.
+  static std::shared_ptr<AVAssetWriterInput> initWithMediaType(const AVMediaType& mediaType, const NSDictionary& outputSettings);
+  ~AVAssetWriterInput();
+
+  const AVMediaType& mediaType() const;
+  const NSDictionary& outputSettings() const;
+  /// True: the input is never held back for interleaving.
+  bool expectsMediaDataInRealTime() const;
+  void setExpectsMediaDataInRealTime(bool value);
+
+  /// Whether samples may be appended now. An input that belongs to no writer is always ready. Any thread.
+  bool isReadyForMoreMediaData() const;
+  /// Takes the sample: the pixels are encoded or copied before it returns. False where the writer is not writing or the sample
+  /// cannot be used (the writer then fails with an error that names the time). Times must increase.
+  bool appendSampleBuffer(const CMSampleBufferRef& sampleBuffer);
+  /// No more samples will come. Harmless when repeated.
+  void markAsFinished();
+  /// Calls the block on the queue whenever the input is ready and not finished, again and again, and once more when the writer
+  /// stops writing. After startWriting, once an input. The block is not called after markAsFinished on that serial queue.
+  void requestMediaDataWhenReadyOnQueue(const dispatch_queue_t& queue, std::function<void()> usingBlock);
+
+ private:
+  friend class AVAssetWriter;
+  AVAssetWriterInput() = default;
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace vidloom
