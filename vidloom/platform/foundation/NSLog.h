@@ -15,6 +15,10 @@ void NSLog(const std::string& line);
 /// Routes the log to `sink`; an empty one restores standard error and syslog. Returns the sink that was installed before.
 NSLogSink NSLogSetSink(NSLogSink sink);
 
+/// Writes the line to standard error and aborts: for calls that are a programming error by their contract. The line names the
+/// operation and the argument.
+[[noreturn]] void NSLogAndAbort(const std::string& line);
+
 /// printf-style text as a string.
 [[gnu::format(printf, 1, 2)]] std::string NSStringWithFormat(const char* format, ...);
 
