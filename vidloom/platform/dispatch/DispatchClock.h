@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 namespace vidloom {
@@ -12,6 +13,10 @@ class DispatchClock {
  public:
   virtual ~DispatchClock() = default;
   virtual uint64_t nowNs() const = 0;
+  /// Makes the call once, when the clock shows `timeNs` or a little later: on a thread of the library, with a hand-driven clock on
+  /// the thread that advances it. The call must be short and must not wait. A clock that does not override this one is taken to
+  /// run as fast as the monotonic clock.
+  virtual void callAt(uint64_t timeNs, std::function<void()> call);
 
   static std::shared_ptr<DispatchClock> current();
   /// A null clock restores the monotonic one. What is already waiting keeps the clock that it was submitted under.
@@ -21,15 +26,18 @@ class DispatchClock {
 /// Stands still until it is advanced.
 class HandDrivenClock : public DispatchClock {
  public:
+  ~HandDrivenClock() override;
   static std::shared_ptr<HandDrivenClock> make(uint64_t startNs = 1'000'000'000);
   uint64_t nowNs() const override;
-  /// Moves on, submitting everything that falls due in between to its queue, in order of time.
+  /// What is due already is called at once, on the caller's thread.
+  void callAt(uint64_t timeNs, std::function<void()> call) override;
+  /// Moves on, making every call (submitting every block to its queue) that falls due in between, in order of time; the clock
+  /// shows the time of each while it is made.
   void advance(uint64_t deltaNs);
 
  private:
   struct State;
-  explicit HandDrivenClock(std::shared_ptr<State> state) : state_(std::move(state)) {}
-  friend class DispatchTimers;
+  explicit HandDrivenClock(std::shared_ptr<State> state);
   std::shared_ptr<State> state_;
 };
 

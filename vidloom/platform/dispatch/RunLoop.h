@@ -12,7 +12,7 @@ class RunLoop {
  public:
   static RunLoop& main();
 
-  /// Runs blocks until stop().
+  /// Runs blocks until stop(). A stop() that came before the call ends it at once.
   void run();
   /// Runs blocks until `predicate` is true (looked at before the first block and after each) or `timeoutNs` of the monotonic
   /// clock have passed. Returns the predicate's last value.

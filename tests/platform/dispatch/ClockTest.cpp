@@ -1,0 +1,119 @@
+#include <gmock/gmock.h>
+
+#include <atomic>
+
+#include "tests/platform/dispatch/DispatchTesting.h"
+#include "vidloom/platform/dispatch/DispatchClock.h"
+#include "vidloom/platform/dispatch/RunLoop.h"
+
+namespace vidloom {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr uint64_t kMillisecondNs = 1'000'000;
+
+class HandDriven : public ::testing::Test {
+ protected:
+  HandDriven() { DispatchClock::setCurrent(clock_); }
+  ~HandDriven() override { DispatchClock::setCurrent(nullptr); }
+
+  void after(int64_t delayNs, const std::string& word) {
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, delayNs), queue_, [this, word] { journal_.add(word); });
+  }
+  void advance(uint64_t deltaNs) {
+    clock_->advance(deltaNs);
+    flush(queue_);
+  }
+
+  std::shared_ptr<HandDrivenClock> clock_ = HandDrivenClock::make(5000);
+  dispatch_queue_t queue_ = dispatch_queue_create("after", DISPATCH_QUEUE_SERIAL);
+  Journal journal_;
+};
+
+TEST_F(HandDriven, SubmitsInOrderOfTimeAndNeverEarly) {
+  after(50 * kMillisecondNs, "50");
+  after(20 * kMillisecondNs, "20 first");
+  after(20 * kMillisecondNs, "20 second");
+  after(0, "now");
+  flush(queue_);
+  EXPECT_THAT(journal_.words(), ElementsAre("now"));
+  advance(20 * kMillisecondNs - 1);
+  EXPECT_THAT(journal_.words(), ElementsAre("now"));
+  advance(1);
+  EXPECT_THAT(journal_.words(), ElementsAre("now", "20 first", "20 second"));
+  advance(1000 * kMillisecondNs);
+  EXPECT_THAT(journal_.words(), ElementsAre("now", "20 first", "20 second", "50"));
+}
+
+TEST_F(HandDriven, ShowsEachCallItsOwnTime) {
+  std::vector<uint64_t> times;
+  std::function<void()> tick = [&] {
+    times.push_back(clock_->nowNs());
+    clock_->callAt(clock_->nowNs() + 10, tick);
+  };
+  clock_->callAt(5010, tick);
+  clock_->advance(35);
+  EXPECT_THAT(times, ElementsAre(5010, 5020, 5030));
+  EXPECT_EQ(clock_->nowNs(), 5035u);
+}
+
+TEST_F(HandDriven, EndsATimedWait) {
+  const auto semaphore = dispatch_semaphore_create(0);
+  const auto group = dispatch_group_create();
+  dispatch_group_enter(group);
+  const auto timeout = dispatch_time(DISPATCH_TIME_NOW, 100);
+  std::atomic<int> timedOut{0};
+  const auto waiters = dispatch_queue_create("waiters", DISPATCH_QUEUE_CONCURRENT);
+  dispatch_async(waiters, [&] { timedOut += dispatch_semaphore_wait(semaphore, timeout) != 0; });
+  dispatch_async(waiters, [&] { timedOut += dispatch_group_wait(group, timeout) != 0; });
+  clock_->advance(99);
+  EXPECT_EQ(timedOut, 0);
+  clock_->advance(1);
+  flush(waiters);
+  EXPECT_EQ(timedOut, 2);
+}
+
+TEST_F(HandDriven, KeepsWhatWaitsWhenTheClockIsReplaced) {
+  after(10, "old clock");
+  DispatchClock::setCurrent(nullptr);
+  advance(10);
+  EXPECT_THAT(journal_.words(), ElementsAre("old clock"));
+}
+
+TEST(MonotonicClock, SubmitsInOrderOfTimeNotEarlierThanAsked) {
+  const auto clock = DispatchClock::current();
+  const uint64_t start = clock->nowNs();
+  std::vector<int> order;
+  uint64_t ranAt = 0;
+  bool done = false;
+  dispatch_after(start + 3 * kMillisecondNs, dispatch_get_main_queue(), [&] {
+    order.push_back(2);
+    ranAt = clock->nowNs();
+    done = true;
+  });
+  dispatch_after(start + kMillisecondNs, dispatch_get_main_queue(), [&] { order.push_back(1); });
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return done; }, kSafetyNs));
+  EXPECT_THAT(order, ElementsAre(1, 2));
+  EXPECT_GE(ranAt, start + 3 * kMillisecondNs);
+}
+
+TEST(MonotonicClock, EndsATimedWait) {
+  EXPECT_NE(dispatch_semaphore_wait(dispatch_semaphore_create(0), dispatch_time(DISPATCH_TIME_NOW, kMillisecondNs)), 0);
+}
+
+TEST(DispatchTime, AddsWithoutOverflow) {
+  struct Case {
+    dispatch_time_t when;
+    int64_t delta;
+    dispatch_time_t expected;
+  };
+  for (const Case& row :
+       {Case{1000, 50, 1050}, Case{1000, -50, 950}, Case{1000, -5000, 1}, Case{DISPATCH_TIME_FOREVER, -1, DISPATCH_TIME_FOREVER},
+        Case{DISPATCH_TIME_FOREVER - 5, 10, DISPATCH_TIME_FOREVER}, Case{7, INT64_MIN, 1}}) {
+    EXPECT_EQ(dispatch_time(row.when, row.delta), row.expected) << row.when << " + " << row.delta;
+  }
+}
+
+}  // namespace
+}  // namespace vidloom

@@ -1,0 +1,282 @@
+#include <gmock/gmock.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <numeric>
+#include <thread>
+
+#include "tests/platform/dispatch/DispatchTesting.h"
+#include "vidloom/platform/dispatch/RunLoop.h"
+
+namespace vidloom {
+namespace {
+
+using ::testing::ElementsAre;
+
+TEST(SerialQueue, RunsBlocksOneByOneInTheOrderOfSubmission) {
+  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  std::vector<int> order;  // unguarded on purpose: the thread sanitizer sees any overlap
+  for (int i = 0; i < 2000; ++i) {
+    dispatch_async(queue, [&order, i] { order.push_back(i); });
+  }
+  flush(queue);
+  std::vector<int> expected(2000);
+  std::iota(expected.begin(), expected.end(), 0);
+  EXPECT_EQ(order, expected);
+}
+
+TEST(SerialQueue, NeverOverlapsWorkOfManyThreads) {
+  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  int count = 0;
+  const auto load = [&] {
+    for (int i = 0; i < 500; ++i) {
+      if (i % 3 == 0) {
+        dispatch_sync(queue, [&] { ++count; });
+      } else {
+        dispatch_async(queue, [&] { ++count; });
+      }
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 6; ++i) threads.emplace_back(load);
+  for (auto& thread : threads) thread.join();
+  flush(queue);
+  EXPECT_EQ(count, 3000);
+}
+
+TEST(SerialQueue, RunsSyncOnTheCallersThreadAndAfterWhatCameBefore) {
+  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  Journal journal;
+  const auto gate = dispatch_semaphore_create(0);
+  std::thread::id ranOn;
+  dispatch_sync(queue, [&] { ranOn = std::this_thread::get_id(); });
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
+  ranOn = {};
+  dispatch_async(queue, [&] {
+    dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER);
+    journal.add("first");
+  });
+  dispatch_async(queue, [&] { journal.add("second"); });
+  dispatch_semaphore_signal(gate);
+  dispatch_sync(queue, [&] {
+    journal.add("sync");
+    ranOn = std::this_thread::get_id();
+  });
+  EXPECT_THAT(journal.words(), ElementsAre("first", "second", "sync"));
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
+}
+
+TEST(SerialQueue, TreatsBarriersLikeAnyBlock) {
+  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  Journal journal;
+  dispatch_async(queue, [&] { journal.add("Y"); });
+  dispatch_barrier_async(queue, [&] { journal.add("X"); });
+  dispatch_async(queue, [&] { journal.add("Z"); });
+  flush(queue);
+  EXPECT_THAT(journal.words(), ElementsAre("Y", "X", "Z"));
+}
+
+TEST(SerialQueue, RunsWhatABlockSubmitsAfterThatBlock) {
+  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  Journal journal;
+  const auto done = dispatch_semaphore_create(0);
+  dispatch_async(queue, [&] {
+    dispatch_async(queue, [&] {
+      journal.add("inner");
+      dispatch_semaphore_signal(done);
+    });
+    journal.add("outer");
+  });
+  ASSERT_TRUE(cameThrough(done));
+  EXPECT_THAT(journal.words(), ElementsAre("outer", "inner"));
+}
+
+TEST(ConcurrentQueue, OverlapsBlocksAndKeepsBarriersAlone) {
+  const auto queue = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
+  Journal journal;
+  const auto aStarted = dispatch_semaphore_create(0), bRan = dispatch_semaphore_create(0), done = dispatch_semaphore_create(0);
+  dispatch_async(queue, [&] {
+    dispatch_semaphore_signal(aStarted);
+    dispatch_semaphore_wait(bRan, DISPATCH_TIME_FOREVER);  // only comes through where B runs beside A
+    journal.add("AB");
+  });
+  ASSERT_TRUE(cameThrough(aStarted));
+  dispatch_async(queue, [&] { dispatch_semaphore_signal(bRan); });
+  dispatch_barrier_async(queue, [&] { journal.add("C"); });
+  dispatch_barrier_async(queue, [&] { journal.add("D"); });
+  dispatch_async(queue, [&] {
+    journal.add("E");
+    dispatch_semaphore_signal(done);
+  });
+  ASSERT_TRUE(cameThrough(done));
+  EXPECT_THAT(journal.words(), ElementsAre("AB", "C", "D", "E"));
+}
+
+TEST(ConcurrentQueue, KeepsWritersApartFromReaders) {
+  const auto queue = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
+  std::atomic<int> readers{0};
+  int value = 0;  // written in barriers only
+  std::atomic<bool> overlapped{false};
+  for (int i = 0; i < 400; ++i) {
+    if (i % 5 == 0) {
+      dispatch_barrier_async(queue, [&] {
+        if (readers != 0) overlapped = true;
+        ++value;
+      });
+    } else {
+      dispatch_async(queue, [&] {
+        ++readers;
+        if (value < 0) overlapped = true;
+        --readers;
+      });
+    }
+  }
+  flush(queue);
+  EXPECT_FALSE(overlapped);
+  EXPECT_EQ(value, 80);
+}
+
+TEST(ConcurrentQueue, LetsTheBlocksAfterABarrierOverlapAgain) {
+  const auto queue = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
+  const auto gate = dispatch_semaphore_create(0), met = dispatch_semaphore_create(0), done = dispatch_semaphore_create(0);
+  dispatch_barrier_async(queue, [&] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
+  dispatch_async(queue, [&] {
+    dispatch_semaphore_wait(met, DISPATCH_TIME_FOREVER);
+    dispatch_semaphore_signal(done);
+  });
+  dispatch_async(queue, [&] { dispatch_semaphore_signal(met); });
+  dispatch_semaphore_signal(gate);
+  EXPECT_TRUE(cameThrough(done));
+}
+
+TEST(GlobalQueue, IsSharedConcurrentAndIgnoresBarriers) {
+  const auto queue = dispatch_get_global_queue(QOS_CLASS_DEFAULT);
+  EXPECT_EQ(queue, dispatch_get_global_queue(QOS_CLASS_DEFAULT));
+  const auto met = dispatch_semaphore_create(0), done = dispatch_semaphore_create(0);
+  dispatch_barrier_async(queue, [&] {
+    dispatch_semaphore_wait(met, DISPATCH_TIME_FOREVER);
+    dispatch_semaphore_signal(done);
+  });
+  dispatch_barrier_async(queue, [&] { dispatch_semaphore_signal(met); });
+  EXPECT_TRUE(cameThrough(done));
+}
+
+TEST(Queues, GetAThreadForEveryBlockThatBlocks) {
+  constexpr int kJobs = 16;
+  const auto gate = dispatch_semaphore_create(0), arrived = dispatch_semaphore_create(0);
+  const auto group = dispatch_group_create();
+  std::vector<dispatch_queue_t> queues;
+  for (int i = 0; i < kJobs; ++i) {
+    queues.push_back(dispatch_queue_create("job" + std::to_string(i), i % 2 ? DISPATCH_QUEUE_SERIAL : DISPATCH_QUEUE_CONCURRENT));
+    dispatch_group_async(group, queues.back(), [&] {
+      dispatch_semaphore_signal(arrived);
+      dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER);
+    });
+  }
+  for (int i = 0; i < kJobs; ++i) ASSERT_TRUE(cameThrough(arrived)) << i;
+  for (int i = 0; i < kJobs; ++i) dispatch_semaphore_signal(gate);
+  EXPECT_EQ(dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, kSafetyNs)), 0);
+}
+
+TEST(Queues, KnowTheirLabelAttributesAndWhoRunsOnThem) {
+  const auto attributes = dispatch_queue_attr_make_with_qos_class(DISPATCH_QUEUE_CONCURRENT, QOS_CLASS_USER_INITIATED, 2);
+  const auto queue = dispatch_queue_create("a label of some length", attributes);
+  const auto other = dispatch_queue_create("other", DISPATCH_QUEUE_SERIAL);
+  EXPECT_EQ(dispatch_queue_get_label(queue), "a label of some length");
+  EXPECT_TRUE(dispatch_queue_get_attributes(queue).concurrent);
+  EXPECT_EQ(dispatch_queue_get_attributes(queue).qosClass, QOS_CLASS_USER_INITIATED);
+  EXPECT_EQ(dispatch_queue_get_attributes(queue).relativePriority, 2);
+  EXPECT_FALSE(dispatch_queue_is_current(queue));
+  char threadName[16] = {};
+  bool onQueue = false, onOther = true, onBoth = false;
+  dispatch_async(queue, [&] {
+    pthread_getname_np(pthread_self(), threadName, sizeof threadName);
+    onQueue = dispatch_queue_is_current(queue);
+    onOther = dispatch_queue_is_current(other);
+    dispatch_sync(other, [&] { onBoth = dispatch_queue_is_current(queue) && dispatch_queue_is_current(other); });
+  });
+  flush(queue);
+  EXPECT_STREQ(threadName, "a label of some");
+  EXPECT_TRUE(onQueue);
+  EXPECT_FALSE(onOther);
+  EXPECT_TRUE(onBoth);
+}
+
+TEST(Queues, MayBeDroppedByTheirOwnLastBlock) {
+  const auto done = dispatch_semaphore_create(0);
+  struct Owner {
+    dispatch_queue_t queue = dispatch_queue_create("owned", DISPATCH_QUEUE_SERIAL);
+    dispatch_semaphore_t destroyed;
+    ~Owner() { dispatch_semaphore_signal(destroyed); }
+  };
+  auto owner = std::make_shared<Owner>();
+  owner->destroyed = done;
+  const auto queue = std::weak_ptr(owner->queue);
+  const auto gate = dispatch_semaphore_create(0);
+  dispatch_async(owner->queue, [owner, gate] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
+  owner.reset();
+  dispatch_semaphore_signal(gate);
+  EXPECT_TRUE(cameThrough(done));
+}
+
+TEST(Queues, ReleaseABlockOutsideTheirLocks) {
+  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  const auto done = dispatch_semaphore_create(0);
+  struct SubmitsWhenReleased {
+    dispatch_queue_t queue;
+    dispatch_semaphore_t done;
+    ~SubmitsWhenReleased() {
+      dispatch_async(queue, [semaphore = done] { dispatch_semaphore_signal(semaphore); });
+    }
+  };
+  for (const auto& target : {queue, dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT)}) {
+    dispatch_async(target, [held = std::make_shared<SubmitsWhenReleased>(SubmitsWhenReleased{target, done})] {});
+    EXPECT_TRUE(cameThrough(done));
+  }
+}
+
+TEST(Queues, ReleaseABlockBeforeTheNextOneRuns) {
+  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  auto object = std::make_shared<int>(1);
+  const auto watch = std::weak_ptr(object);
+  bool released = false;
+  dispatch_async(queue, [object = std::move(object)] {});
+  dispatch_async(queue, [&] { released = watch.expired(); });
+  flush(queue);
+  EXPECT_TRUE(released);
+}
+
+TEST(Queues, IgnoreNilQueuesAndBlocks) {
+  dispatch_async(nullptr, [] { FAIL(); });
+  dispatch_sync(nullptr, [] { FAIL(); });
+  dispatch_async(dispatch_get_main_queue(), nullptr);
+  EXPECT_FALSE(RunLoop::main().poll());
+}
+
+TEST(QueueDeathTest, StopsTheProgramForASyncThatWaitsForItself) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto serial = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  const auto between = dispatch_queue_create("between", DISPATCH_QUEUE_SERIAL);
+  const auto concurrent = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
+  const auto nothing = [] {};
+  constexpr const char* kMessage = "dispatch_sync called on queue already owned by current thread";
+  EXPECT_DEATH(dispatch_sync(serial, [&] { dispatch_sync(serial, nothing); }), kMessage);
+  EXPECT_DEATH(dispatch_sync(serial, [&] { dispatch_sync(between, [&] { dispatch_sync(serial, nothing); }); }), kMessage);
+  EXPECT_DEATH(dispatch_barrier_sync(concurrent, [&] { dispatch_sync(concurrent, nothing); }), kMessage);
+  EXPECT_DEATH(
+      {
+        dispatch_async(dispatch_get_main_queue(), [&] { dispatch_sync(dispatch_get_main_queue(), nothing); });
+        RunLoop::main().poll();
+      },
+      kMessage);
+}
+
+TEST(ConcurrentQueue, AllowsSyncFromItsOwnBlocks) {
+  const auto queue = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
+  bool ran = false;
+  dispatch_sync(queue, [&] { dispatch_sync(queue, [&] { ran = true; }); });
+  EXPECT_TRUE(ran);
+}
+
+}  // namespace
+}  // namespace vidloom
