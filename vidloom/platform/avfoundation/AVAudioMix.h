@@ -25,7 +25,7 @@ class AVMutableAudioMixInputParameters {
   float volumeAt(const CMTime& time) const { return volumeAtSeconds(CMTimeGetSeconds(time)); }
   float volumeAtSeconds(double seconds) const;
   /// Whether the volume is 1 from beginning to end.
-  bool isUnity() const { return keys_.empty(); }
+  bool isUnity() const;
 
  private:
   struct Key {
@@ -33,6 +33,7 @@ class AVMutableAudioMixInputParameters {
     float from, to;
   };
   AVMutableAudioMixInputParameters() = default;
+  void setKey(const Key& key);
   CMPersistentTrackID trackID_ = kCMPersistentTrackID_Invalid;
   std::vector<Key> keys_;
 };
@@ -41,6 +42,7 @@ class AVMutableAudioMixInputParameters {
 class AVMutableAudioMix {
  public:
   static std::shared_ptr<AVMutableAudioMix> audioMix();
+  /// With copies of the parameters: editing those of the original later does not reach it.
   std::shared_ptr<AVMutableAudioMix> copy() const;
   const std::vector<std::shared_ptr<AVMutableAudioMixInputParameters>>& inputParameters() const { return inputParameters_; }
   void setInputParameters(std::vector<std::shared_ptr<AVMutableAudioMixInputParameters>> inputParameters) {

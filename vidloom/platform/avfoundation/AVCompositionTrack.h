@@ -19,7 +19,11 @@ struct AVCompositionTrackSegment {
 
 class AVCompositionTrack : public AVAssetTrack {
  public:
-  std::vector<MediaSegment> mediaSegments() const override;
+  std::vector<MediaSegment> mediaSegments() const override { return segments_; }
+  /// The same list without a copy; valid until the track is edited.
+  const std::vector<MediaSegment>& segmentList() const { return segments_; }
+  /// The same list in published terms.
+  std::vector<AVCompositionTrackSegment> segments() const;
   bool isEnabled() const override { return true; }
   CMTimeRange timeRange() const override;
   CGSize naturalSize() const override;
@@ -32,15 +36,21 @@ class AVCompositionTrack : public AVAssetTrack {
  protected:
   AVCompositionTrack() = default;
   std::vector<MediaSegment> segments_;
+
+ private:
+  /// The file's track behind the first segment that is not empty; null without one.
+  const MediaTrack* firstMediaTrack() const;
 };
 
-/// Edited on one thread. Insertions and removals shift what comes later on the track.
+/// Edited on one thread. Insertions and removals shift what comes later on the track: work at its end costs the same however long
+/// the track is, work in the middle grows with what comes later.
 class AVMutableCompositionTrack : public AVCompositionTrack {
  public:
   /// Inserts that range of a source track (of a file or a composition) at its natural rate; what lies at or after `startTime` moves
   /// later, a hole before it is filled with an empty segment. An invalid `startTime` appends. A range longer than the source is cut
-  /// to what exists; the source's own empty edits are carried over, trailing ones dropped. False with an error for a null track, an
-  /// invalid or negative range, or where nothing is left; a valid range of zero length changes nothing and is true.
+  /// to what exists; the source's own empty edits are carried over, those that would end the track dropped. False with an error for
+  /// a null track, an invalid or negative range, or where nothing is left; a valid range of zero length changes nothing and is
+  /// true.
   bool insertTimeRange(const CMTimeRange& timeRange, const std::shared_ptr<AVAssetTrack>& ofTrack, const CMTime& atTime,
                        std::optional<NSError>* error);
   /// Inside the track: later material moves back by the length. At or past the end, and for an invalid range: nothing.
