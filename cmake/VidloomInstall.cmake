@@ -1,1 +1,58 @@
-# Filled in with the install rules and the package config that a consumer finds.
+# Install rules: libraries, public headers under include/vidloom (and include/hostkit), resources, the command, and the package
+# that find_package(Vidloom) finds. Consumers link Vidloom::vidloom or, with the ready-made host, Vidloom::vidloom_hostkit.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# Headers that may be installed: those that neither include a third-party header nor a header that does.
+function(vidloom_public_headers result)
+  file(GLOB_RECURSE headers RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/vidloom/*.h"
+       "${PROJECT_SOURCE_DIR}/hostkit/*.h")
+  set(private "")
+  set(found TRUE)
+  while(found)
+    set(found FALSE)
+    foreach(header IN LISTS headers)
+      file(STRINGS "${PROJECT_SOURCE_DIR}/${header}" includes REGEX "^ *#include")
+      foreach(line IN LISTS includes)
+        string(REGEX MATCH "[<\"](.*)[>\"]" _ "${line}")
+        set(included "${CMAKE_MATCH_1}")
+        if(included IN_LIST private OR included MATCHES "^(lib(av|sw|yuv)|hwy/|asio|SDL|nlohmann|CLI/)")
+          list(REMOVE_ITEM headers "${header}")
+          list(APPEND private "${header}")
+          set(found TRUE)
+          break()
+        endif()
+      endforeach()
+    endforeach()
+  endwhile()
+  set(${result} "${headers}" PARENT_SCOPE)
+endfunction()
+
+set(VIDLOOM_TARGETS "")
+foreach(target vidloom_platform vidloom vidloom_hostkit)
+  if(TARGET ${target})
+    add_library(Vidloom::${target} ALIAS ${target})
+    list(APPEND VIDLOOM_TARGETS ${target})
+  endif()
+endforeach()
+install(TARGETS ${VIDLOOM_TARGETS} EXPORT VidloomTargets)
+if(TARGET vidloom_command)
+  install(TARGETS vidloom_command)
+endif()
+
+vidloom_public_headers(VIDLOOM_PUBLIC_HEADERS)
+foreach(header IN LISTS VIDLOOM_PUBLIC_HEADERS)
+  get_filename_component(folder "${header}" DIRECTORY)
+  install(FILES "${PROJECT_SOURCE_DIR}/${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}")
+endforeach()
+if(EXISTS "${PROJECT_SOURCE_DIR}/resources")
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/resources/" DESTINATION "${CMAKE_INSTALL_DATADIR}/vidloom" FILES_MATCHING PATTERN "*.mp4")
+endif()
+
+set(VIDLOOM_PACKAGE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/Vidloom")
+install(EXPORT VidloomTargets NAMESPACE Vidloom:: DESTINATION "${VIDLOOM_PACKAGE_DIR}")
+configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/VidloomConfig.cmake.in" "${PROJECT_BINARY_DIR}/VidloomConfig.cmake"
+                              INSTALL_DESTINATION "${VIDLOOM_PACKAGE_DIR}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/VidloomConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/VidloomConfig.cmake" "${PROJECT_BINARY_DIR}/VidloomConfigVersion.cmake"
+        DESTINATION "${VIDLOOM_PACKAGE_DIR}")
