@@ -1,0 +1,189 @@
+#include "hostkit/ProjectParser.h"
+
+#include <algorithm>
+#include <cmath>
+#include <system_error>
+
+namespace vidloom {
+namespace {
+
+constexpr uint64_t kFormatVersion = 1;
+constexpr double kMaxSide = 8192;
+
+/// Whether `path` lies in `folder` or below it; both absolute and free of links.
+bool isInside(const std::filesystem::path& path, const std::filesystem::path& folder) {
+  return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
+}
+
+}  // namespace
+
+const ProjectParser::TrackKey ProjectParser::kTrackKeys[] = {
+    {"id", &ProjectParser::readNothing},
+    {"type", &ProjectParser::readNothing},
+    {"source", &ProjectParser::readSource},
+    {"start", &ProjectParser::readStart},
+    {"leftTrim", &ProjectParser::readLeftTrim},
+    {"rightTrim", &ProjectParser::readRightTrim},
+    {"fit", &ProjectParser::readFit},
+    {"transform", &ProjectParser::readTransform},
+    {"mute", &ProjectParser::readMute},
+    {"crop", nullptr},
+    {"speed", nullptr},
+};
+
+ProjectParser::ProjectParser(const std::filesystem::path& file, const ProjectOptions& options, ProjectProblems& problems)
+    : options_(options), reader_(file, problems) {
+  result_.file = file;
+  std::error_code failure;
+  folder_ = std::filesystem::canonical(std::filesystem::absolute(file, failure).parent_path(), failure);
+}
+
+std::optional<ProjectFile> ProjectParser::parse(const nlohmann::json& document) {
+  const ProjectJsonNode root{&document, ""};
+  if (!reader_.isObject(root)) return std::nullopt;
+  refuseOtherKeys(root, "a project", {"vidloom", "renderSize", "fps", "instructions"});
+  readHead(root);
+  const ProjectJsonNode instructions = reader_.required(root, "instructions");
+  if (instructions && reader_.isArray(instructions)) {
+    for (size_t i = 0; i < instructions.value->size(); ++i) {
+      result_.instructions.push_back(readInstruction({&(*instructions.value)[i], jsonPointerTo(instructions.pointer, i)}));
+    }
+  }
+  return result_;
+}
+
+void ProjectParser::refuseOtherKeys(const ProjectJsonNode& object, const std::string& what, const std::set<std::string>& known) {
+  for (const auto& [key, value] : object.value->items()) {
+    if (!known.contains(key)) reader_.note(jsonPointerTo(object.pointer, key), "\"" + key + "\" is no key of " + what);
+  }
+}
+
+void ProjectParser::readHead(const ProjectJsonNode& root) {
+  if (const auto node = reader_.required(root, "vidloom")) {
+    const auto version = reader_.wholeNumber(node);
+    if (version && *version != kFormatVersion) {
+      reader_.note(node.pointer, "version " + std::to_string(*version) + " of project files is not known; this is version 1");
+    }
+  }
+  if (const auto node = reader_.required(root, "renderSize")) readRenderSize(node);
+  if (const auto node = reader_.required(root, "fps")) {
+    const auto fps = reader_.wholeNumber(node);
+    constexpr uint64_t kRates[] = {15, 25, 30, 60};
+    if (fps && std::find(std::begin(kRates), std::end(kRates), *fps) == std::end(kRates)) {
+      reader_.note(node.pointer, "must be 15, 25, 30 or 60, not " + std::to_string(*fps));
+    }
+    result_.fps = fps.value_or(0);
+  }
+}
+
+void ProjectParser::readRenderSize(const ProjectJsonNode& value) {
+  const auto size = reader_.numbers(value, 2);
+  if (!size) return;
+  for (const double side : *size) {
+    if (side != std::floor(side) || side < 2 || side > kMaxSide) {
+      reader_.note(value.pointer, "width and height must be whole numbers from 2 to 8192");
+      return;
+    }
+  }
+  result_.renderSize = CGSizeMake((*size)[0], (*size)[1]);
+}
+
+ProjectInstruction ProjectParser::readInstruction(const ProjectJsonNode& node) {
+  ProjectInstruction instruction;
+  if (!reader_.isObject(node)) return instruction;
+  refuseOtherKeys(node, "an instruction", {"id", "start", "tracks"});
+  readId(node, instruction.id, instructionIds_, "instruction");
+  if (const auto start = node.member("start")) readTime(start, instruction.start);
+  const ProjectJsonNode tracks = node.member("tracks");
+  if (!tracks || !reader_.isArray(tracks)) return instruction;
+  for (size_t i = 0; i < tracks.value->size(); ++i) {
+    instruction.tracks.push_back(readTrack({&(*tracks.value)[i], jsonPointerTo(tracks.pointer, i)}));
+  }
+  return instruction;
+}
+
+ProjectTrack ProjectParser::readTrack(const ProjectJsonNode& node) {
+  ProjectTrack track;
+  track.pointer = node.pointer;
+  if (!reader_.isObject(node)) return track;
+  readId(node, track.id, trackIds_, "track");
+  if (!isMedia(node)) return track;
+  for (const auto& [key, value] : node.value->items()) {
+    const auto* const known =
+        std::find_if(std::begin(kTrackKeys), std::end(kTrackKeys), [&](const TrackKey& k) { return key == k.name; });
+    const ProjectJsonNode member{&value, jsonPointerTo(node.pointer, key)};
+    if (known == std::end(kTrackKeys)) {
+      reader_.note(member.pointer, "\"" + key + "\" is no key of a media track");
+    } else if (known->read == nullptr) {
+      reader_.note(member.pointer, "\"" + key + "\" is not supported by native composition");
+    } else {
+      (this->*known->read)(member, track);
+    }
+  }
+  reader_.required(node, "source");
+  if (node.member("fit") && node.member("transform")) {
+    reader_.note(node.pointer, "\"fit\" and \"transform\" cannot both be given");
+  }
+  return track;
+}
+
+bool ProjectParser::isMedia(const ProjectJsonNode& node) {
+  const ProjectJsonNode type = node.member("type");
+  if (!type) return true;
+  constexpr const char* kTypes[] = {"media", "image", "text"};
+  const auto choice = reader_.choice(type, {kTypes[0], kTypes[1], kTypes[2]});
+  if (choice && *choice > 0) {
+    reader_.note(type.pointer, std::string("\"type\": \"") + kTypes[*choice] + "\" is not supported by native composition");
+  }
+  return choice == 0U;
+}
+
+void ProjectParser::readId(const ProjectJsonNode& owner, uint64_t& id, std::set<uint64_t>& used, const std::string& what) {
+  const ProjectJsonNode node = reader_.required(owner, "id");
+  const auto number = node ? reader_.wholeNumber(node) : std::nullopt;
+  if (!number) return;
+  id = *number;
+  if (!used.insert(id).second) reader_.note(node.pointer, "another " + what + " has the id " + std::to_string(id) + " too");
+}
+
+void ProjectParser::readTime(const ProjectJsonNode& value, CMTime& time) { time = reader_.time(value).value_or(kCMTimeZero); }
+
+void ProjectParser::readNothing(const ProjectJsonNode&, ProjectTrack&) {}
+
+void ProjectParser::readSource(const ProjectJsonNode& value, ProjectTrack& track) {
+  track.source = reader_.string(value).value_or("");
+  if (track.source.empty() || track.source.find('\0') != std::string::npos) {
+    if (value.value->is_string()) reader_.note(value.pointer, "must be the path of a file");
+    track.source.clear();
+    return;
+  }
+  std::error_code failure;
+  track.path = std::filesystem::weakly_canonical(folder_ / track.source, failure);
+  if (failure) {
+    reader_.note(value.pointer, track.source + ": " + failure.message());
+  } else if (!options_.allowOutside && !isInside(track.path, folder_)) {
+    reader_.note(value.pointer, track.source + " lies outside the project's folder (--allow-outside permits that)");
+  } else if (!std::filesystem::exists(track.path, failure)) {
+    reader_.note(value.pointer, track.source + ": " + (failure ? failure.message() : "the file does not exist"));
+  }
+}
+
+void ProjectParser::readStart(const ProjectJsonNode& value, ProjectTrack& track) { readTime(value, track.start); }
+void ProjectParser::readLeftTrim(const ProjectJsonNode& value, ProjectTrack& track) { readTime(value, track.leftTrim); }
+void ProjectParser::readRightTrim(const ProjectJsonNode& value, ProjectTrack& track) { readTime(value, track.rightTrim); }
+
+void ProjectParser::readFit(const ProjectJsonNode& value, ProjectTrack& track) {
+  constexpr ProjectFit kFits[] = {ProjectFit::contain, ProjectFit::cover, ProjectFit::none};
+  track.fit = kFits[reader_.choice(value, {"contain", "cover", "none"}).value_or(0)];
+}
+
+void ProjectParser::readTransform(const ProjectJsonNode& value, ProjectTrack& track) {
+  const auto n = reader_.numbers(value, 6);
+  if (n) track.transform = CGAffineTransformMake((*n)[0], (*n)[1], (*n)[2], (*n)[3], (*n)[4], (*n)[5]);
+}
+
+void ProjectParser::readMute(const ProjectJsonNode& value, ProjectTrack& track) {
+  track.mute = reader_.boolean(value).value_or(false);
+}
+
+}  // namespace vidloom

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "hostkit/ProjectFile.h"
+#include "hostkit/ProjectJson.h"
+
+namespace vidloom {
+
+/// Turns a document into a ProjectFile. Goes on after a problem, so that one pass finds all of them.
+class ProjectParser {
+ public:
+  ProjectParser(const std::filesystem::path& file, const ProjectOptions& options, ProjectProblems& problems);
+
+  /// Nullopt where the document is not even an object. What could not be read keeps its default.
+  std::optional<ProjectFile> parse(const nlohmann::json& document);
+
+ private:
+  using TrackReader = void (ProjectParser::*)(const ProjectJsonNode& value, ProjectTrack& track);
+  /// A key of a media track. Keys without a reader are known, but nothing can be done with them yet.
+  struct TrackKey {
+    const char* name;
+    TrackReader read;
+  };
+  static const TrackKey kTrackKeys[];
+
+  /// Notes every member whose name is not in the list.
+  void refuseOtherKeys(const ProjectJsonNode& object, const std::string& what, const std::set<std::string>& known);
+  void readHead(const ProjectJsonNode& root);
+  void readRenderSize(const ProjectJsonNode& value);
+  ProjectInstruction readInstruction(const ProjectJsonNode& node);
+  ProjectTrack readTrack(const ProjectJsonNode& node);
+  /// False, with a note, for tracks that are no media.
+  bool isMedia(const ProjectJsonNode& node);
+  void readId(const ProjectJsonNode& owner, uint64_t& id, std::set<uint64_t>& used, const std::string& what);
+  void readTime(const ProjectJsonNode& value, CMTime& time);
+
+  void readNothing(const ProjectJsonNode& value, ProjectTrack& track);
+  void readSource(const ProjectJsonNode& value, ProjectTrack& track);
+  void readStart(const ProjectJsonNode& value, ProjectTrack& track);
+  void readLeftTrim(const ProjectJsonNode& value, ProjectTrack& track);
+  void readRightTrim(const ProjectJsonNode& value, ProjectTrack& track);
+  void readFit(const ProjectJsonNode& value, ProjectTrack& track);
+  void readTransform(const ProjectJsonNode& value, ProjectTrack& track);
+  void readMute(const ProjectJsonNode& value, ProjectTrack& track);
+
+  ProjectOptions options_;
+  ProjectJsonReader reader_;
+  ProjectFile result_;
+  std::filesystem::path folder_;  ///< of the project file, links resolved
+  std::set<uint64_t> instructionIds_, trackIds_;
+};
+
+}  // namespace vidloom
