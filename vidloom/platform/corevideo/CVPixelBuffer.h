@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "vidloom/platform/foundation/NSDictionary.h"
@@ -48,13 +47,14 @@ inline const std::string kCVImageBufferYCbCrMatrixKey = "CVImageBufferYCbCrMatri
 inline constexpr CVOptionFlags kCVPixelBufferLock_ReadOnly = 1;
 
 /// Makes a buffer with cleared memory in *pixelBufferOut. Formats: '420f', '420v', 'BGRA'. Attributes are kept and readable; they
-/// do not change the layout. Zero or negative sizes give kCVReturnInvalidArgument, other formats kCVReturnInvalidPixelFormat;
-/// *pixelBufferOut is then null.
+/// do not change the layout. A side of zero gives kCVReturnInvalidArgument, one above 32768 kCVReturnInvalidSize, other formats
+/// kCVReturnInvalidPixelFormat; *pixelBufferOut is then null.
 CVReturn CVPixelBufferCreate(size_t width, size_t height, OSType pixelFormatType, const NSDictionary& pixelBufferAttributes,
                              CVPixelBufferRef* pixelBufferOut);
 
-/// The address of the pixels is defined only between a lock and its unlock. Locks nest; unlock with the same flags. A lock that is
-/// not read-only announces that the pixels may change.
+/// The address of the pixels is given only between a lock and its unlock; outside it is null. Locks nest; unlock with the same
+/// flags, anything else gives kCVReturnInvalidArgument. A lock that is not read-only announces that the pixels may change.
+/// kCVReturnAllocationFailed where memory has run out.
 CVReturn CVPixelBufferLockBaseAddress(const CVPixelBufferRef& pixelBuffer, CVOptionFlags lockFlags);
 CVReturn CVPixelBufferUnlockBaseAddress(const CVPixelBufferRef& pixelBuffer, CVOptionFlags unlockFlags);
 
@@ -79,9 +79,17 @@ std::string CVBufferGetAttachment(const CVPixelBufferRef& pixelBuffer, const std
 /// A buffer of that format that stands for a picture of the engine: the pixels are only written out in that format when
 /// somebody locks the buffer. Null for a format other than the three above.
 CVPixelBufferRef CVPixelBufferCreateWithPicture(std::shared_ptr<const Picture> picture, OSType pixelFormatType);
+/// What becomes of the alpha of a 'BGRA' buffer, whose colours are taken as premultiplied.
+enum class CVPictureAlpha : uint8_t {
+  overBlack,  ///< the picture is opaque, as it looks over black
+  keep        ///< a picture with alpha, unless every pixel is opaque
+};
+
 /// The buffer's content as a picture: the very one that it was made with as long as nobody could have changed the pixels (then
 /// nothing is copied), else a picture converted from the pixels as they are now, limited range in the matrix of the attachments
-/// (none: 601 up to 576 lines and 720 columns, 709 above). Never null for a non-null buffer. Thread-safe against other readers.
-std::shared_ptr<const Picture> CVPixelBufferCopyPicture(const CVPixelBufferRef& pixelBuffer);
+/// (none: 601 up to 576 lines and 720 columns, 709 above). Null only for a null buffer or where memory has run out. Safe against
+/// other readers on any thread.
+std::shared_ptr<const Picture> CVPixelBufferCopyPicture(const CVPixelBufferRef& pixelBuffer,
+                                                        CVPictureAlpha alpha = CVPictureAlpha::overBlack);
 
 }  // namespace vidloom
