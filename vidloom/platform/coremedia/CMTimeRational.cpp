@@ -84,10 +84,10 @@ CMTime multiplyByFraction(const CMTime& time, Int128 numerator, Int128 denominat
                        __builtin_mul_overflow(time.timescale / second, denominator / first / third, &bottom);
   if (tooLong || top >= kLargestNumerator || top <= -kLargestNumerator || bottom > kLargestDenominator) {
     const long double factor = static_cast<long double>(numerator) / static_cast<long double>(denominator);
-    const long double scaled = static_cast<long double>(time.value) * factor;
-    if (std::fabs(scaled) >= 0x1p95L) return infinityOfSign(scaled < 0);
-    return timeFromFraction(static_cast<Int128>(std::round(scaled)), time.timescale, time.timescale, kCMTimeRoundingMethod_Default,
-                            true, time.epoch);
+    const long double ticks = static_cast<long double>(time.value) / time.timescale * factor * kCMTimeMaxTimescale;
+    if (std::fabs(ticks) >= 0x1p95L) return infinityOfSign(ticks < 0);
+    return timeFromFraction(static_cast<Int128>(std::round(ticks)), kCMTimeMaxTimescale, kCMTimeMaxTimescale,
+                            kCMTimeRoundingMethod_Default, true, time.epoch);
   }
   const CMTimeScale exact = exactTimescale(bottom, time.timescale);
   return timeFromFraction(top, bottom, exact != 0 ? exact : kCMTimeMaxTimescale, kCMTimeRoundingMethod_Default,

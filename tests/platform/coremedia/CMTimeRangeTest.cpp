@@ -1,0 +1,110 @@
+#include "vidloom/platform/coremedia/CMTimeRange.h"
+
+#include "tests/platform/coremedia/TimeTesting.h"
+
+namespace vidloom {
+namespace {
+
+constexpr CMTime kNone = kCMTimeInvalid;
+constexpr CMTime kPlusInf = kCMTimePositiveInfinity;
+
+CMTime seconds(int64_t count) { return CMTimeMake(count, 1); }
+CMTimeRange range(int64_t start, int64_t duration) { return CMTimeRangeMake(seconds(start), seconds(duration)); }
+
+TEST(CMTimeRange, IsValidByStartAndDurationAndTheRawValueOfTheDuration) {
+  struct Row {
+    CMTimeRange range;
+    bool valid, empty;
+  };
+  for (const Row& row :
+       {Row{kCMTimeRangeZero, true, true}, Row{kCMTimeRangeInvalid, false, false}, Row{range(-3, 2), true, false},
+        Row{range(3, -1), false, false}, Row{{seconds(0), kPlusInf}, true, false}, Row{{seconds(1), {0, 600, 1, 0}}, true, true},
+        Row{{seconds(1), {1, 1, 1, 4}}, false, false}, Row{{kNone, seconds(1)}, false, false}, Row{{}, false, false}}) {
+    EXPECT_EQ(CMTIMERANGE_IS_VALID(row.range), row.valid) << row.range;
+    EXPECT_EQ(CMTIMERANGE_IS_EMPTY(row.range), row.empty) << row.range;
+  }
+  EXPECT_TRUE(CMTIMERANGE_IS_INVALID(CMTimeRangeMake(seconds(0), {1, 1, 1, 2})));
+}
+
+TEST(CMTimeRange, ContainsItsStartButNotItsEnd) {
+  const CMTimeRange three = range(2, 3);
+  EXPECT_FALSE(CMTimeRangeContainsTime(three, {2399, 1200, 1, 0}));
+  EXPECT_TRUE(CMTimeRangeContainsTime(three, seconds(2)));
+  EXPECT_TRUE(CMTimeRangeContainsTime(three, {2147483647, 500000000, 1, 0}));
+  EXPECT_FALSE(CMTimeRangeContainsTime(three, seconds(5)));
+  EXPECT_FALSE(CMTimeRangeContainsTime(three, kNone));
+  EXPECT_FALSE(CMTimeRangeContainsTime(range(2, 0), seconds(2)));
+  EXPECT_FALSE(CMTimeRangeContainsTime(kCMTimeRangeInvalid, kNone));
+  EXPECT_TRUE(CMTimeRangeContainsTime({seconds(0), kPlusInf}, seconds(1'000'000)));
+  EXPECT_TRUE(CMTimeRangeContainsTimeRange(three, range(2, 3)));
+  EXPECT_TRUE(CMTimeRangeContainsTimeRange(three, range(5, 0)));
+  EXPECT_FALSE(CMTimeRangeContainsTimeRange(three, range(4, 2)));
+}
+
+TEST(CMTimeRange, IsEqualByValueNotByTimescale) {
+  EXPECT_TRUE(CMTimeRangeEqual({{0, 1, 1, 0}, {2, 1, 1, 0}}, {{0, 600, 1, 0}, {1200, 600, 1, 0}}));
+  EXPECT_FALSE(CMTimeRangeEqual(range(0, 2), range(0, 3)));
+  EXPECT_FALSE(CMTimeRangeEqual(range(0, 2), range(1, 2)));
+  EXPECT_THAT(CMTimeRangeGetEnd({{1, 3, 1, 0}, {1, 4, 1, 0}}), Is({7, 12, 1, 0}));
+  EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeFromTimeToTime(seconds(3), seconds(8)), range(3, 5)));
+}
+
+TEST(CMTimeRange, UnionHoldsTheGapAndIntersectionMayBeEmpty) {
+  struct Row {
+    CMTimeRange a, b, expectedUnion, expectedIntersection;
+  };
+  for (const Row& row :
+       {Row{range(0, 2), range(1, 3), range(0, 4), range(1, 1)}, Row{range(0, 9), range(2, 3), range(0, 9), range(2, 3)},
+        Row{{seconds(0), kPlusInf}, range(4, 3), {seconds(0), kPlusInf}, range(4, 3)}}) {
+    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetUnion(row.a, row.b), row.expectedUnion)) << row.a << row.b;
+    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetUnion(row.b, row.a), row.expectedUnion)) << row.a << row.b;
+    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetIntersection(row.a, row.b), row.expectedIntersection)) << row.a << row.b;
+    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetIntersection(row.b, row.a), row.expectedIntersection)) << row.a << row.b;
+  }
+  for (const auto& other : {range(2, 1), range(5, 1)}) {
+    EXPECT_TRUE(CMTIMERANGE_IS_EMPTY(CMTimeRangeGetIntersection(range(0, 2), other))) << other;
+  }
+  EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetUnion(range(0, 1), range(5, 1)), range(0, 6)));
+  EXPECT_TRUE(CMTIMERANGE_IS_INVALID(CMTimeRangeGetUnion(range(0, 1), kCMTimeRangeInvalid)));
+}
+
+TEST(CMTimeMap, ExtendsLinearlyBeyondTheRange) {
+  struct Row {
+    CMTime time;
+    CMTimeRange from, to;
+    CMTime expected;
+  };
+  const CMTimeRange frames = {{0, 1, 1, 0}, {1001, 30000, 1, 0}};
+  for (const Row& row :
+       {Row{seconds(1), range(0, 2), range(10, 4), seconds(12)}, Row{seconds(2), range(0, 2), range(10, 4), seconds(14)},
+        Row{seconds(3), range(0, 2), range(10, 4), seconds(16)}, Row{seconds(-1), range(0, 2), range(10, 4), seconds(8)},
+        Row{seconds(1), range(0, 0), range(10, 4), kNone}, Row{seconds(1), range(0, 2), range(10, 0), kNone},
+        Row{seconds(5), {seconds(2), kPlusInf}, {seconds(7), kPlusInf}, seconds(10)},
+        Row{{5, 1, 1, 3}, range(0, 2), range(10, 4), kNone}, Row{kNone, range(0, 2), range(10, 4), kNone},
+        Row{{1, 3, 1, 0}, range(0, 3), range(0, 7), {7, 9, 1, 0}}, Row{{2002, 30000, 1, 0}, frames, range(1, 1), seconds(3)},
+        Row{{1, 7, 1, 0},
+            {{0, 1, 1, 0}, {999999937, 1000000007, 1, 0}},
+            {{0, 1, 1, 0}, {999999937, 1000000007, 1, 0}},
+            {1, 7, 1, 0}}}) {
+    const CMTime result = CMTimeMapTimeFromRangeToRange(row.time, row.from, row.to);
+    EXPECT_EQ(CMTimeCompare(result, row.expected), 0) << row.time << " from " << row.from << " to " << row.to << " is " << result;
+  }
+}
+
+TEST(CMTimeMap, ScalesADurationOnly) {
+  EXPECT_EQ(CMTimeCompare(CMTimeMapDurationFromRangeToRange(seconds(1), range(5, 2), range(10, 4)), seconds(2)), 0);
+  EXPECT_TRUE(CMTIME_IS_INVALID(CMTimeMapDurationFromRangeToRange({1, 1, 1, 2}, range(5, 2), range(10, 4))));
+  EXPECT_TRUE(CMTIME_IS_INVALID(CMTimeMapDurationFromRangeToRange(seconds(1), range(5, 0), range(10, 4))));
+}
+
+TEST(CMTimeMap, RoundsToTheFinestTimescaleWhatNoneCanHold) {
+  const CMTimeRange from = {{0, 1, 1, 0}, {1000000007, 2147483629, 1, 0}};
+  const CMTimeRange to = {{0, 1, 1, 0}, {999999937, 2147483587, 1, 0}};
+  const CMTime mapped = CMTimeMapTimeFromRangeToRange({123456789, 48000, 1, 0}, from, to);
+  EXPECT_TRUE(CMTIME_HAS_BEEN_ROUNDED(mapped));
+  const long double expected = 123456789.0L / 48000 * 999999937 / 2147483587 * 2147483629 / 1000000007;
+  EXPECT_NEAR(static_cast<double>(static_cast<long double>(mapped.value) / mapped.timescale - expected), 0, 1e-9);
+}
+
+}  // namespace
+}  // namespace vidloom
