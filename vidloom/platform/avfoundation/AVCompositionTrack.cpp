@@ -202,6 +202,7 @@ void AVMutableCompositionTrack::scaleTimeRange(const CMTimeRange& timeRange, con
   const size_t last = detail::splitSegmentsAt(segments_, oldEnd);
   detail::moveSegments(segments_, last, oldEnd, CMTimeRangeGetEnd(stretched));
   detail::stretchSegments(segments_, first, last, range, stretched);
+  for (size_t i = last + 1; i-- > first;) detail::mergeEmptySegmentsAt(segments_, i);
 }
 
 }  // namespace vidloom
