@@ -27,7 +27,7 @@ class MovieErrors {
   NSError ended(const std::string& what) const;
 
  private:
-  std::string name() const { return "\"" + destination_.string() + "\""; }
+  std::string name() const { return '"' + destination_.string() + '"'; }
   std::filesystem::path destination_;
 };
 

@@ -52,7 +52,7 @@ fs::path hiddenName(const fs::path& beside) {
   constexpr size_t maximumStemBytes = 200;
   std::string stem = beside.filename().string();
   if (stem.size() > maximumStemBytes) stem.erase(0, stem.size() - maximumStemBytes);
-  return folderOf(beside) / ("." + stem + suffix);
+  return folderOf(beside) / ('.' + stem + suffix);
 }
 
 /// Opens a file without a name, or -1. One that could not be given a name later counts as none where it `needsName`.
