@@ -1,0 +1,177 @@
+#include "vidloom/platform/pixels/BgraKernels.h"
+
+#include <cmath>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "vidloom/platform/pixels/BgraKernels.cpp"
+#include "hwy/foreach_target.h"
+#include "hwy/highway.h"
+#include "vidloom/platform/pixels/RowLoop-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace vidloom {
+namespace HWY_NAMESPACE {
+
+using Pixels = hn::ScalableTag<int32_t>;
+using PixelVector = hn::Vec<Pixels>;
+using PixelWords = hn::Repartition<int16_t, Pixels>;
+using PixelWordVector = hn::Vec<PixelWords>;
+using PixelBytes = hn::Rebind<uint8_t, Pixels>;
+
+inline constexpr int kFractionBits = 15;
+inline constexpr int kBytesPerPixel = 4;
+
+// Weights of the words (B, R) and (G, A) of each pixel, one set for even pixels and one for odd ones.
+struct PixelWeights {
+  struct Set {
+    double red, green, blue;
+  };
+
+  PixelWeights(const Set& even, const Set& odd) {
+    HWY_ALIGN int16_t blueRed[hn::MaxLanes(PixelWords())];
+    HWY_ALIGN int16_t green[hn::MaxLanes(PixelWords())];
+    for (size_t lane = 0; lane < hn::Lanes(PixelWords()); lane += 2) {
+      const Set& set = lane % 4 == 0 ? even : odd;
+      blueRed[lane] = fixed(set.blue);
+      blueRed[lane + 1] = fixed(set.red);
+      green[lane] = fixed(set.green);
+      green[lane + 1] = 0;
+    }
+    forBlueRed = hn::Load(PixelWords(), blueRed);
+    forGreen = hn::Load(PixelWords(), green);
+  }
+
+  static int16_t fixed(double weight) { return static_cast<int16_t>(std::lround(weight * (1 << kFractionBits))); }
+
+  HWY_INLINE PixelVector operator()(PixelWordVector blueRed, PixelWordVector greenAlpha) const {
+    const Pixels pixels;
+    PixelVector odd = hn::Zero(pixels);
+    PixelVector even = hn::ReorderWidenMulAccumulate(pixels, blueRed, forBlueRed, hn::Zero(pixels), odd);
+    even = hn::ReorderWidenMulAccumulate(pixels, greenAlpha, forGreen, even, odd);
+    return hn::RearrangeToOddPlusEven(even, odd);
+  }
+
+  PixelWordVector forBlueRed, forGreen;
+};
+
+HWY_INLINE PixelWordVector blueAndRed(PixelVector pixels) {
+  return hn::BitCast(PixelWords(), hn::And(pixels, hn::Set(Pixels(), 0x00FF00FF)));
+}
+HWY_INLINE PixelWordVector greenAndAlpha(PixelVector pixels) {
+  const hn::RebindToUnsigned<Pixels> unsignedPixels;
+  const auto shifted = hn::ShiftRight<8>(hn::BitCast(unsignedPixels, pixels));
+  return hn::BitCast(PixelWords(), hn::And(shifted, hn::Set(unsignedPixels, 0x00FF00FF)));
+}
+
+HWY_INLINE PixelVector loadPixels(const uint8_t* bgra) {
+  return hn::BitCast(Pixels(), hn::LoadU(hn::Repartition<uint8_t, Pixels>(), bgra));
+}
+
+// Calls body(source, below, x) for every vector of pixels; the last one may be a copy in which the last pixel is repeated.
+template <class Body>
+HWY_INLINE void forPixels(const uint8_t* bgra, const uint8_t* below, int count, Body body) {
+  constexpr int kMaximumLanes = hn::MaxLanes(Pixels());
+  const int lanes = static_cast<int>(hn::Lanes(Pixels()));
+  int x = 0;
+  for (; x + lanes <= count; x += lanes) body(bgra + kBytesPerPixel * x, below + kBytesPerPixel * x, x, lanes);
+  if (x == count) return;
+  uint8_t rest[2][kBytesPerPixel * kMaximumLanes];
+  for (int lane = 0; lane < lanes; ++lane) {
+    const int pixel = kBytesPerPixel * (x + lane < count ? x + lane : count - 1);
+    std::memcpy(rest[0] + kBytesPerPixel * lane, bgra + pixel, kBytesPerPixel);
+    std::memcpy(rest[1] + kBytesPerPixel * lane, below + pixel, kBytesPerPixel);
+  }
+  body(rest[0], rest[1], x, count - x);
+}
+
+HWY_INLINE void storeCodes(PixelVector codes, uint8_t* destination, int count) {
+  HWY_ALIGN uint8_t bytes[hn::MaxLanes(PixelBytes())];
+  if (count == static_cast<int>(hn::Lanes(PixelBytes()))) {
+    hn::StoreU(hn::DemoteTo(PixelBytes(), codes), PixelBytes(), destination);
+  } else {
+    hn::Store(hn::DemoteTo(PixelBytes(), codes), PixelBytes(), bytes);
+    std::memcpy(destination, bytes, static_cast<size_t>(count));
+  }
+}
+
+void LumaOfBGRA(uint8_t* luma, const uint8_t* bgra, int count, const CodeScale& scale) {
+  const double gain = scale.lumaScale / 255;
+  const PixelWeights::Set set{gain * scale.kr, gain * (1 - scale.kr - scale.kb), gain * scale.kb};
+  const PixelWeights weights(set, set);
+  const int bias = (static_cast<int>(scale.lumaOffset) << kFractionBits) + (1 << (kFractionBits - 1));
+  const PixelVector offset = hn::Set(Pixels(), bias);
+  forPixels(bgra, bgra, count, [&](const uint8_t* source, const uint8_t*, int x, int stored) HWY_ATTR {
+    const PixelVector pixels = loadPixels(source);
+    const PixelVector sum = hn::Add(weights(blueAndRed(pixels), greenAndAlpha(pixels)), offset);
+    storeCodes(hn::ShiftRight<kFractionBits>(sum), luma + x, stored);
+  });
+}
+
+// Even lanes give Cb, odd ones Cr.
+HWY_INLINE PixelWeights chromaWeights(const CodeScale& scale, double gain) {
+  const double kg = 1 - scale.kr - scale.kb;
+  const double perBlue = gain * scale.chromaScale / (255 * 2 * (1 - scale.kb));
+  const double perRed = gain * scale.chromaScale / (255 * 2 * (1 - scale.kr));
+  return PixelWeights({-scale.kr * perBlue, -kg * perBlue, (1 - scale.kb) * perBlue},
+                      {(1 - scale.kr) * perRed, -kg * perRed, -scale.kb * perRed});
+}
+
+// In both lanes of a pair of pixels the sum of the two and of the two below.
+HWY_INLINE PixelWordVector sumOfFour(PixelWordVector here, PixelWordVector below) {
+  const PixelVector sum = hn::BitCast(Pixels(), hn::Add(here, below));
+  return hn::BitCast(PixelWords(), hn::Add(sum, hn::Shuffle2301(sum)));
+}
+
+void ChromaOfBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t* below, int count, const CodeScale& scale) {
+  constexpr int kShift = kFractionBits + 2;
+  const PixelWeights weights = chromaWeights(scale, 1);
+  const PixelVector offset = hn::Set(Pixels(), (128 << kShift) + (1 << (kShift - 1)));
+  forPixels(bgra, below, count, [&](const uint8_t* source, const uint8_t* next, int x, int stored) HWY_ATTR {
+    const PixelVector here = loadPixels(source), under = loadPixels(next);
+    const PixelVector sum =
+        weights(sumOfFour(blueAndRed(here), blueAndRed(under)), sumOfFour(greenAndAlpha(here), greenAndAlpha(under)));
+    storeCodes(hn::ShiftRight<kShift>(hn::Add(sum, offset)), cbcr + x, (stored + 1) & ~1);
+  });
+}
+
+void ChromaOfPremultipliedBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t* below, int count, const CodeScale& scale) {
+  const hn::RebindToFloat<Pixels> floats;
+  const PixelWeights weights = chromaWeights(scale, 1);
+  const auto one = hn::Set(floats, 1.0f);
+  forPixels(bgra, below, count, [&](const uint8_t* source, const uint8_t* next, int x, int stored) HWY_ATTR {
+    const PixelVector here = loadPixels(source), under = loadPixels(next);
+    const PixelWordVector green = sumOfFour(greenAndAlpha(here), greenAndAlpha(under));
+    const PixelVector sum = weights(sumOfFour(blueAndRed(here), blueAndRed(under)), green);
+    const auto alpha = hn::ConvertTo(floats, hn::ShiftRight<16>(hn::BitCast(Pixels(), green)));
+    const auto perAlpha = hn::Div(hn::Set(floats, 255.0f / (1 << kFractionBits)), hn::Max(alpha, one));
+    const auto codes = hn::MulAdd(hn::ConvertTo(floats, sum), perAlpha, hn::Set(floats, 128.0f));
+    storeCodes(hn::NearestInt(codes), cbcr + x, (stored + 1) & ~1);
+  });
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace vidloom
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace vidloom {
+namespace {
+HWY_EXPORT(LumaOfBGRA);
+HWY_EXPORT(ChromaOfBGRA);
+HWY_EXPORT(ChromaOfPremultipliedBGRA);
+}  // namespace
+
+void lumaOfBGRA(uint8_t* luma, const uint8_t* bgra, int count, const CodeScale& scale) {
+  HWY_DYNAMIC_DISPATCH(LumaOfBGRA)(luma, bgra, count, scale);
+}
+
+void chromaOfBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t* below, int count, const CodeScale& scale) {
+  HWY_DYNAMIC_DISPATCH(ChromaOfBGRA)(cbcr, bgra, below, count, scale);
+}
+
+void chromaOfPremultipliedBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t* below, int count, const CodeScale& scale) {
+  HWY_DYNAMIC_DISPATCH(ChromaOfPremultipliedBGRA)(cbcr, bgra, below, count, scale);
+}
+
+}  // namespace vidloom
+#endif

@@ -1,0 +1,210 @@
+#include "vidloom/platform/pixels/PixelConversion.h"
+
+#include <libyuv/convert_argb.h>
+#include <libyuv/planar_functions.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "vidloom/platform/pixels/BgraKernels.h"
+#include "vidloom/platform/pixels/ColorTransform.h"
+#include "vidloom/platform/pixels/MatrixKernels.h"
+#include "vidloom/platform/pixels/PicturePool.h"
+#include "vidloom/platform/pixels/PlaneView.h"
+#include "vidloom/platform/pixels/RangeKernels.h"
+
+namespace vidloom {
+namespace {
+
+constexpr int kBytesPerPixel = 4;
+
+struct PictureRange {
+  RangeMap luma, chroma;
+
+  static PictureRange between(bool fromFull, bool toFull) {
+    if (fromFull == toFull) return {kSameRange, kSameRange};
+    return toFull ? PictureRange{kLimitedToFullLuma, kLimitedToFullChroma} : PictureRange{kFullToLimitedLuma, kFullToLimitedChroma};
+  }
+};
+
+void mapPlane(const PlaneView& source, const MutablePlaneView& destination, const RangeMap& map) {
+  for (int y = 0; y < source.height; ++y) mapRow(destination.row(y), source.row(y), source.width, map);
+}
+
+void fillPlane(const MutablePlaneView& plane, int value) {
+  for (int y = 0; y < plane.height; ++y) std::memset(plane.row(y), value, static_cast<size_t>(plane.width));
+}
+
+const libyuv::YuvConstants& constantsOf(const PictureColor& color) {
+  if (color.matrix == ColorMatrix::bt601) return color.fullRange ? libyuv::kYuvJPEGConstants : libyuv::kYuvI601Constants;
+  return color.fullRange ? libyuv::kYuvF709Constants : libyuv::kYuvH709Constants;
+}
+
+/// The changes of luma that two neighbouring chroma rows bring, one sample longer at both ends.
+class LumaChanges {
+ public:
+  explicit LumaChanges(int width) : width_(width) {
+    for (auto& row : rows_) row.resize(static_cast<size_t>(width) + 1 + kLumaChangePadding);
+  }
+
+  int16_t* row(int y) { return rows_[y % 3].data() + 1; }
+  void extend(int y) {
+    row(y)[-1] = row(y)[0];
+    row(y)[width_] = row(y)[width_ - 1];
+  }
+
+ private:
+  int width_;
+  std::vector<int16_t> rows_[3];
+};
+
+void transformMatrix(const Picture& picture, MutablePicture& destination) {
+  const ColorTransform transform = ColorTransform::between(picture.color, destination.color);
+  const PlaneView luma = planeOf(picture, 0), cb = planeOf(picture, 1), cr = planeOf(picture, 2);
+  LumaChanges changes(cb.width);
+  const auto transformChroma = [&](int y) {
+    transformChromaRow(planeOf(destination, 1).row(y), planeOf(destination, 2).row(y), changes.row(y), cb.row(y), cr.row(y),
+                       cb.width, transform);
+    changes.extend(y);
+  };
+  transformChroma(0);
+  for (int y = 0; y < luma.height; ++y) {
+    const int near = y / 2;
+    if (y % 2 == 0 && near + 1 < cb.height) transformChroma(near + 1);
+    const int far = std::clamp(y % 2 == 0 ? near - 1 : near + 1, 0, cb.height - 1);
+    transformLumaRow(planeOf(destination, 0).row(y), luma.row(y), changes.row(near), changes.row(far), luma.width, transform);
+  }
+}
+
+/// Pixels as rows of both kinds: as they are meant to be seen through their alpha and multiplied by it.
+class AlphaRows {
+ public:
+  AlphaRows(const uint8_t* bgra, ptrdiff_t stride, int width, AlphaMode mode)
+      : bgra_(bgra), stride_(stride), width_(width), mode_(mode) {
+    straight_.resize(static_cast<size_t>(width) * kBytesPerPixel);
+    for (auto& row : premultiplied_) row.resize(straight_.size());
+  }
+
+  const uint8_t* straight(int y) {
+    const uint8_t* row = bgra_ + y * stride_;
+    if (mode_ != AlphaMode::premultiplied) return row;
+    libyuv::ARGBUnattenuate(row, 0, straight_.data(), 0, width_, 1);
+    return straight_.data();
+  }
+  const uint8_t* premultiplied(int y) {
+    const uint8_t* row = bgra_ + y * stride_;
+    if (mode_ != AlphaMode::straight) return row;
+    libyuv::ARGBAttenuate(row, 0, premultiplied_[y % 2].data(), 0, width_, 1);
+    return premultiplied_[y % 2].data();
+  }
+
+ private:
+  const uint8_t* bgra_;
+  ptrdiff_t stride_;
+  int width_;
+  AlphaMode mode_;
+  std::vector<uint8_t> straight_;
+  std::vector<uint8_t> premultiplied_[2];
+};
+
+}  // namespace
+
+void writeBiplanar(const Picture& picture, ColorMatrix matrix, bool fullRange, const BiplanarPlanes& destination) {
+  if (picture.color.matrix != matrix) {
+    PictureColor color = picture.color;
+    color.matrix = matrix;
+    color.fullRange = fullRange;
+    const auto converted = PicturePool::shared().make(picture.width, picture.height, color, false);
+    if (!converted) return;
+    convertColor(picture, *converted);
+    return writeBiplanar(*converted, matrix, fullRange, destination);
+  }
+  const PictureRange range = PictureRange::between(picture.color.fullRange, fullRange);
+  mapPlane(planeOf(picture, 0), {destination.y, destination.yStride, picture.width, picture.height}, range.luma);
+  const PlaneView cb = planeOf(picture, 1), cr = planeOf(picture, 2);
+  for (int y = 0; y < cb.height; ++y) {
+    interleaveRow(destination.cbcr + y * destination.cbcrStride, cb.row(y), cr.row(y), cb.width, range.chroma);
+  }
+}
+
+void readBiplanar(const BiplanarPlanes& source, ColorMatrix matrix, bool fullRange, MutablePicture& destination) {
+  if (destination.hasAlpha()) fillPlane(planeOf(destination, 3), 255);
+  if (destination.color.matrix != matrix) {
+    PictureColor color = destination.color;
+    color.matrix = matrix;
+    color.fullRange = fullRange;
+    const auto read = PicturePool::shared().make(destination.width, destination.height, color, false);
+    if (!read) return;
+    readBiplanar(source, matrix, fullRange, *read);
+    return convertColor(*read, destination);
+  }
+  const PictureRange range = PictureRange::between(fullRange, destination.color.fullRange);
+  mapPlane({source.y, source.yStride, destination.width, destination.height}, planeOf(destination, 0), range.luma);
+  const MutablePlaneView cb = planeOf(destination, 1), cr = planeOf(destination, 2);
+  for (int y = 0; y < cb.height; ++y) {
+    deinterleaveRow(cb.row(y), cr.row(y), source.cbcr + y * source.cbcrStride, cb.width, range.chroma);
+  }
+}
+
+void writeBGRA(const Picture& picture, AlphaMode alpha, uint8_t* bgra, ptrdiff_t stride) {
+  const libyuv::YuvConstants& constants = constantsOf(picture.color);
+  const int lumaStride = static_cast<int>(picture.y.stride), toStride = static_cast<int>(stride);
+  const int cbStride = static_cast<int>(picture.cb.stride), crStride = static_cast<int>(picture.cr.stride);
+  if (!picture.hasAlpha() || alpha == AlphaMode::ignored) {
+    libyuv::I420ToARGBMatrix(picture.y.data, lumaStride, picture.cb.data, cbStride, picture.cr.data, crStride, bgra, toStride,
+                             &constants, picture.width, picture.height);
+    return;
+  }
+  libyuv::I420AlphaToARGBMatrix(picture.y.data, lumaStride, picture.cb.data, cbStride, picture.cr.data, crStride,
+                                picture.alpha.data, static_cast<int>(picture.alpha.stride), bgra, toStride, &constants,
+                                picture.width, picture.height, alpha == AlphaMode::premultiplied);
+}
+
+void readBGRA(const uint8_t* bgra, ptrdiff_t stride, AlphaMode alpha, MutablePicture& destination) {
+  const CodeScale scale = CodeScale::of(destination.color.matrix, destination.color.fullRange);
+  const bool keepsAlpha = alpha != AlphaMode::ignored && destination.hasAlpha();
+  if (destination.hasAlpha() && !keepsAlpha) fillPlane(planeOf(destination, 3), 255);
+  AlphaRows rows(bgra, stride, destination.width, alpha);
+  for (int y = 0; y < destination.height; ++y) {
+    lumaOfBGRA(planeOf(destination, 0).row(y), keepsAlpha ? rows.straight(y) : rows.premultiplied(y), destination.width, scale);
+    if (!keepsAlpha) continue;
+    uint8_t* alphas = planeOf(destination, 3).row(y);
+    for (int x = 0; x < destination.width; ++x) alphas[x] = bgra[y * stride + kBytesPerPixel * x + 3];
+  }
+  std::vector<uint8_t> chroma(2 * static_cast<size_t>(destination.chromaWidth()));
+  for (int y = 0; y < destination.chromaHeight(); ++y) {
+    const uint8_t* here = rows.premultiplied(2 * y);
+    const uint8_t* below = 2 * y + 1 < destination.height ? rows.premultiplied(2 * y + 1) : here;
+    (keepsAlpha ? chromaOfPremultipliedBGRA : chromaOfBGRA)(chroma.data(), here, below, destination.width, scale);
+    deinterleaveRow(planeOf(destination, 1).row(y), planeOf(destination, 2).row(y), chroma.data(), destination.chromaWidth(),
+                    kSameRange);
+  }
+}
+
+void convertBGRAToBiplanar(const uint8_t* bgra, ptrdiff_t stride, int width, int height, ColorMatrix matrix, bool fullRange,
+                           const BiplanarPlanes& destination) {
+  const CodeScale scale = CodeScale::of(matrix, fullRange);
+  for (int y = 0; y < height; y += 2) {
+    const uint8_t* here = bgra + y * stride;
+    const uint8_t* below = y + 1 < height ? here + stride : here;
+    lumaOfBGRA(destination.y + y * destination.yStride, here, width, scale);
+    if (y + 1 < height) lumaOfBGRA(destination.y + (y + 1) * destination.yStride, below, width, scale);
+    chromaOfBGRA(destination.cbcr + y / 2 * destination.cbcrStride, here, below, width, scale);
+  }
+}
+
+void convertColor(const Picture& picture, MutablePicture& destination) {
+  if (picture.color.matrix == destination.color.matrix) {
+    const PictureRange range = PictureRange::between(picture.color.fullRange, destination.color.fullRange);
+    mapPlane(planeOf(picture, 0), planeOf(destination, 0), range.luma);
+    for (const int plane : {1, 2}) mapPlane(planeOf(picture, plane), planeOf(destination, plane), range.chroma);
+  } else {
+    transformMatrix(picture, destination);
+  }
+  if (!destination.hasAlpha()) return;
+  if (picture.hasAlpha()) return mapPlane(planeOf(picture, 3), planeOf(destination, 3), kSameRange);
+  fillPlane(planeOf(destination, 3), 255);
+}
+
+}  // namespace vidloom

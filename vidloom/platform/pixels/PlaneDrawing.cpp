@@ -1,0 +1,127 @@
+#include "vidloom/platform/pixels/PlaneDrawing.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+#include "vidloom/platform/pixels/AffineSampler.h"
+#include "vidloom/platform/pixels/PlaneHalving.h"
+#include "vidloom/platform/pixels/PlaneScaler.h"
+
+namespace vidloom {
+namespace {
+
+// Affine maps that reduce by more than this are preceded by an upright scaling, since bilinear sampling would skip samples.
+constexpr double kSmallestAffineScale = 0.75;
+
+/// A plane and the memory that it may have of its own.
+struct OwnedPlane {
+  PlaneView view;
+  std::shared_ptr<uint8_t> bytes;
+};
+
+MutablePlaneView allocate(OwnedPlane& plane, int width, int height, PicturePool& pool) {
+  const ptrdiff_t stride = (width + 31) / 32 * 32 + 32;
+  plane.bytes = pool.makeBytes(static_cast<size_t>(stride) * height);
+  const MutablePlaneView view{plane.bytes.get(), stride, width, height};
+  plane.view = view.view();
+  return view;
+}
+
+/// The part of a plane that lies under the bounds, with some samples around it, from an even row and column on.
+PlaneView cropToBounds(const PlaneView& source, AxisMap& map, const SampleRect& bounds) {
+  const auto range = [](double scale, double offset, int begin, int end, int length, int& first) {
+    const double margin = 2 + 2 / scale;
+    first = static_cast<int>(std::clamp(std::floor((begin - offset) / scale - margin), 0.0, length - 1.0)) & ~1;
+    return static_cast<int>(std::clamp(std::ceil((end - offset) / scale + margin), first + 1.0, double(length))) - first;
+  };
+  int x = 0, y = 0;
+  const int width = range(map.scaleX, map.offsetX, bounds.x0, bounds.x1, source.width, x);
+  const int height = range(map.scaleY, map.offsetY, bounds.y0, bounds.y1, source.height, y);
+  map.offsetX += x * map.scaleX;
+  map.offsetY += y * map.scaleY;
+  return {source.row(y) + x, source.stride, width, height};
+}
+
+/// A whole number of destination samples, each made of exactly two by two source samples that exist.
+bool isExactHalving(const PlaneView& source, const AxisMap& map, const SampleRect& bounds) {
+  const double x = 2 * (bounds.x0 - map.offsetX), y = 2 * (bounds.y0 - map.offsetY);
+  return map.scaleX == 0.5 && map.scaleY == 0.5 && x == std::round(x) && y == std::round(y) && x >= 0 && y >= 0 &&
+         x + 2 * bounds.width() <= source.width && y + 2 * bounds.height() <= source.height;
+}
+
+void halveInto(const PlaneView& source, const AxisMap& map, const SampleRect& bounds, const MutablePlaneView& plane) {
+  const int x = static_cast<int>(2 * (bounds.x0 - map.offsetX)), y = static_cast<int>(2 * (bounds.y0 - map.offsetY));
+  const PlaneView from{source.row(y) + x, source.stride, 2 * bounds.width(), 2 * bounds.height()};
+  halvePlane(from, true, true, {plane.row(bounds.y0) + bounds.x0, plane.stride, bounds.width(), bounds.height()});
+}
+
+bool drawUpright(PlaneView source, AxisMap map, const SampleRect& bounds, PlaneSink& sink, PicturePool& pool) {
+  OwnedPlane halved;
+  while (map.scaleX <= 0.5 || map.scaleY <= 0.5) {
+    const MutablePlaneView direct = sink.direct(bounds);
+    if (direct.data && isExactHalving(source, map, bounds)) {
+      halveInto(source, map, bounds, direct);
+      return true;
+    }
+    const bool across = map.scaleX <= 0.5, down = map.scaleY <= 0.5;
+    source = cropToBounds(source, map, bounds);
+    OwnedPlane next;
+    const MutablePlaneView target =
+        allocate(next, across ? (source.width + 1) / 2 : source.width, down ? (source.height + 1) / 2 : source.height, pool);
+    if (!target.data) return false;
+    halvePlane(source, across, down, target);
+    halved = std::move(next);
+    source = halved.view;
+    if (across) map.scaleX *= 2;
+    if (down) map.scaleY *= 2;
+  }
+  PlaneScaler scaler(source, map, bounds);
+  for (int y = bounds.y0; y < bounds.y1; ++y) {
+    scaler.row(y, sink.beginRow(y, bounds.x0, bounds.x1));
+    sink.endRow();
+  }
+  return true;
+}
+
+/// Scales the source upright by the affine map's own factors where they reduce, and takes them out of the map.
+bool reduceFirst(OwnedPlane& source, CGAffineTransform& map, PicturePool& pool) {
+  const double across = std::min(1.0, std::hypot(map.a, map.b)), down = std::min(1.0, std::hypot(map.c, map.d));
+  if (std::min(across, down) >= kSmallestAffineScale) return true;
+  OwnedPlane reduced;
+  const MutablePlaneView target = allocate(reduced, static_cast<int>(std::ceil(source.view.width * across)),
+                                           static_cast<int>(std::ceil(source.view.height * down)), pool);
+  if (!target.data) return false;
+  PlaneSink sink(target, nullptr, 256);
+  if (!drawUpright(source.view, {across, down, 0, 0}, {0, 0, target.width, target.height}, sink, pool)) return false;
+  source = std::move(reduced);
+  map = {map.a / across, map.b / across, map.c / down, map.d / down, map.tx, map.ty};
+  return true;
+}
+
+bool drawAffine(const PlaneView& plane, CGAffineTransform map, const SampleRect& bounds, const LayerCoverage* coverage,
+                PlaneSink& sink, PicturePool& pool) {
+  OwnedPlane source{plane, nullptr};
+  if (!reduceFirst(source, map, pool)) return false;
+  const AffineSampler sampler(source.view, map, bounds, pool);
+  if (!sampler.isValid()) return false;
+  for (int y = bounds.y0; y < bounds.y1; ++y) {
+    const SampleSpan row{bounds.x0, bounds.x1};
+    const SampleSpan span = coverage ? coverage->touched(y, row) : row;
+    if (span.isEmpty()) continue;
+    sampler.row(y, span.begin, span.end, sink.beginRow(y, span.begin, span.end));
+    sink.endRow();
+  }
+  return true;
+}
+
+}  // namespace
+
+bool drawPlane(const PlaneView& source, const CGAffineTransform& map, const SampleRect& bounds, const LayerCoverage* coverage,
+               PlaneSink& sink, PicturePool& pool) {
+  if (bounds.isEmpty()) return true;
+  if (map.b != 0 || map.c != 0 || map.a <= 0 || map.d <= 0) return drawAffine(source, map, bounds, coverage, sink, pool);
+  return drawUpright(source, {map.a, map.d, map.tx, map.ty}, bounds, sink, pool);
+}
+
+}  // namespace vidloom

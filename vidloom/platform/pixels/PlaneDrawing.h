@@ -1,0 +1,16 @@
+// Draws one plane through any map.
+#pragma once
+
+#include "vidloom/platform/coregraphics/CGGeometry.h"
+#include "vidloom/platform/pixels/PicturePool.h"
+#include "vidloom/platform/pixels/PlaneSink.h"
+#include "vidloom/platform/pixels/PlaneView.h"
+
+namespace vidloom {
+
+/// Draws the source into the sink's samples `bounds`, by the cheapest way that the map allows. With a coverage only the samples
+/// that it touches are drawn. False where memory has run out.
+bool drawPlane(const PlaneView& source, const CGAffineTransform& map, const SampleRect& bounds, const LayerCoverage* coverage,
+               PlaneSink& sink, PicturePool& pool);
+
+}  // namespace vidloom
