@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <sstream>
+#include <system_error>
 
 namespace vidloom {
 
@@ -35,6 +36,10 @@ NSError::NSError(std::string domain, int64_t code, NSDictionary userInfo)
 
 NSError NSError::errorWithDomain(std::string domain, int64_t code, NSDictionary userInfo) {
   return {std::move(domain), code, std::move(userInfo)};
+}
+
+NSError NSError::errorWithPOSIXCode(int code) {
+  return {NSPOSIXErrorDomain, code, {{NSLocalizedDescriptionKey, std::generic_category().message(code)}}};
 }
 
 std::string NSError::localizedDescription() const {

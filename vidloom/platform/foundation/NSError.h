@@ -17,6 +17,9 @@ inline const std::string NSFilePathErrorKey = "NSFilePath";           ///< holds
 inline const std::string NSPOSIXErrorDomain = "NSPOSIXErrorDomain";   ///< codes are errno values
 inline const std::string NSCocoaErrorDomain = "NSCocoaErrorDomain";
 inline constexpr int64_t NSFileNoSuchFileError = 4;
+inline constexpr int64_t NSFileWriteUnknownError = 512;
+inline constexpr int64_t NSFileWriteNoPermissionError = 513;
+inline constexpr int64_t NSFileWriteVolumeReadOnlyError = 642;
 
 /// A bare NSError{} has no domain and code 0: an error without a word. "No error" is std::nullopt, not a bare error.
 class NSError {
@@ -24,6 +27,8 @@ class NSError {
   NSError() = default;
   NSError(std::string domain, int64_t code, NSDictionary userInfo = {});
   static NSError errorWithDomain(std::string domain, int64_t code, NSDictionary userInfo = {});
+  /// The system's error of that errno, with the system's words as the description.
+  static NSError errorWithPOSIXCode(int code);
 
   const std::string& domain() const { return domain_; }
   int64_t code() const { return code_; }

@@ -1,0 +1,122 @@
+#include "vidloom/platform/foundation/KeyValueObservable.h"
+
+#include <gmock/gmock.h>
+
+#include "vidloom/platform/foundation/NSLog.h"
+
+namespace vidloom {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class Door : public KeyValueObservable {
+ public:
+  void setStatus(int status) {
+    status_ = status;
+    didChangeValueForKey("status");
+  }
+  void setError() { didChangeValueForKey("error"); }
+  std::any valueForKey(const std::string& key) const override { return key == "status" ? std::any(status_) : std::any(); }
+
+ private:
+  int status_ = 0;
+};
+
+class Watcher : public KeyValueObserver {
+ public:
+  void observeValueForKeyPath(const std::string& keyPath, KeyValueObservable* object, const NSDictionary& change,
+                              const void* context) override {
+    double value = -1, kind = 0;
+    numberValue(change, NSKeyValueChangeNewKey, value);
+    numberValue(change, NSKeyValueChangeKindKey, kind);
+    EXPECT_EQ(kind, 1);
+    heard.push_back(NSStringWithFormat("%s=%g", keyPath.c_str(), value));
+    lastChange = change;
+    lastContext = context;
+    lastObject = object;
+  }
+  std::vector<std::string> heard;
+  NSDictionary lastChange;
+  const void* lastContext = nullptr;
+  KeyValueObservable* lastObject = nullptr;
+};
+
+constexpr char kContext = 0, kOtherContext = 0;
+
+TEST(KeyValueObserving, TellsOfEachAnnouncedChangeWithTheNewValueWhereAskedFor) {
+  Door door;
+  const auto watcher = std::make_shared<Watcher>(), plain = std::make_shared<Watcher>();
+  door.addObserver(watcher, "status", NSKeyValueObservingOptionNew, &kContext);
+  door.addObserver(plain, "status", 0, nullptr);
+  EXPECT_THAT(watcher->heard, IsEmpty());
+  door.setStatus(1);
+  door.setStatus(1);
+  door.setError();
+  EXPECT_THAT(watcher->heard, ElementsAre("status=1", "status=1"));
+  EXPECT_THAT(plain->lastChange, SizeIs(1));
+  EXPECT_EQ(watcher->lastContext, &kContext);
+  EXPECT_EQ(watcher->lastObject, &door);
+}
+
+TEST(KeyValueObserving, TellsThePresentValueAtOnceWhereAskedFor) {
+  Door door;
+  const auto watcher = std::make_shared<Watcher>();
+  door.addObserver(watcher, "status", NSKeyValueObservingOptionNew | NSKeyValueObservingOptionInitial, nullptr);
+  EXPECT_THAT(watcher->heard, ElementsAre("status=0"));
+}
+
+TEST(KeyValueObserving, HandsNilOverAsAnEmptyValue) {
+  Door door;
+  const auto watcher = std::make_shared<Watcher>();
+  door.addObserver(watcher, "error", NSKeyValueObservingOptionNew, nullptr);
+  door.setError();
+  ASSERT_EQ(watcher->lastChange.count(NSKeyValueChangeNewKey), 1u);
+  EXPECT_FALSE(watcher->lastChange.at(NSKeyValueChangeNewKey).has_value());
+}
+
+TEST(KeyValueObserving, RemovesOneRegistrationAtATimeByAddressOfObserverAndContext) {
+  Door door;
+  const auto watcher = std::make_shared<Watcher>();
+  door.addObserver(watcher, "status", NSKeyValueObservingOptionNew, &kContext);
+  door.addObserver(watcher, "status", NSKeyValueObservingOptionNew, &kOtherContext);
+  door.setStatus(1);
+  EXPECT_THAT(watcher->heard, SizeIs(2));
+  door.removeObserver(watcher.get(), "status", &kContext);
+  door.setStatus(2);
+  EXPECT_THAT(watcher->heard, SizeIs(3));
+  EXPECT_EQ(watcher->lastContext, &kOtherContext);
+  door.removeObserver(watcher.get(), "status");
+  door.setStatus(3);
+  EXPECT_THAT(watcher->heard, SizeIs(3));
+}
+
+TEST(KeyValueObserving, LogsTheRemovalOfWhatWasNeverAdded) {
+  Door door;
+  const auto watcher = std::make_shared<Watcher>();
+  door.addObserver(watcher, "status", 0, &kContext);
+  std::vector<std::string> log;
+  NSLogSetSink([&](const std::string& line) { log.push_back(line); });
+  door.removeObserver(watcher.get(), "status", &kOtherContext);
+  door.removeObserver(watcher.get(), "error");
+  NSLogSetSink(nullptr);
+  EXPECT_THAT(log, SizeIs(2));
+  door.setStatus(1);
+  EXPECT_THAT(watcher->heard, SizeIs(1));
+}
+
+TEST(KeyValueObserving, SurvivesObserversThatGoAway) {
+  Door door;
+  auto watcher = std::make_shared<Watcher>();
+  const auto watch = std::weak_ptr(watcher);
+  door.addObserver(watcher, "status", NSKeyValueObservingOptionNew, nullptr);
+  const KeyValueObserver* address = watcher.get();
+  watcher.reset();
+  EXPECT_TRUE(watch.expired());
+  door.setStatus(1);
+  door.removeObserver(address, "status");
+}
+
+}  // namespace
+}  // namespace vidloom
