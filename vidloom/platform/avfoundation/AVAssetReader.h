@@ -48,6 +48,8 @@ class AVAssetReader : public std::enable_shared_from_this<AVAssetReader> {
  private:
   friend class AVAssetReaderOutput;
   AVAssetReader() = default;
+  /// What is read: the intersection of the range that was set with (0, duration of the asset).
+  CMTimeRange readRange() const;
   void outputEnded();
   void fail(const NSError& error);
 
@@ -58,6 +60,7 @@ class AVAssetReader : public std::enable_shared_from_this<AVAssetReader> {
   AVAssetReaderStatus status_ = AVAssetReaderStatusUnknown;
   std::optional<NSError> error_;
   size_t endedOutputs_ = 0;
+  bool isStarted_ = false;
 };
 
 }  // namespace vidloom

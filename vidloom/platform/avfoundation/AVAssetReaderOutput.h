@@ -38,6 +38,8 @@ class AVAssetReaderOutput : public std::enable_shared_from_this<AVAssetReaderOut
   CMSampleBufferRef copyNextSampleBuffer();
   bool alwaysCopiesSampleData() const { return alwaysCopiesSampleData_; }
   void setAlwaysCopiesSampleData(bool value) { alwaysCopiesSampleData_ = value; }
+  /// How many samples were handed out so far. Any thread.
+  int64_t deliveredSampleCount() const { return deliveredSamples_; }
 
  protected:
   friend class AVAssetReader;
@@ -48,9 +50,12 @@ class AVAssetReaderOutput : public std::enable_shared_from_this<AVAssetReaderOut
   virtual std::shared_ptr<SampleSource> makeSource(const CMTimeRange& range, std::optional<NSError>* error) = 0;
 
  private:
+  void cancelSource();
+
   std::weak_ptr<AVAssetReader> reader_;
-  std::shared_ptr<SampleSource> source_;
+  std::shared_ptr<SampleSource> source_;  ///< set before the reader's status becomes reading
   std::atomic<bool> ended_{false};
+  std::atomic<int64_t> deliveredSamples_{0};
   bool alwaysCopiesSampleData_ = true;
 };
 

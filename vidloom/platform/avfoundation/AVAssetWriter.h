@@ -15,8 +15,6 @@
 
 namespace vidloom {
 
-class AVAssetWriterSession;
-
 enum AVAssetWriterStatus : int64_t {
   AVAssetWriterStatusUnknown = 0,
   AVAssetWriterStatusWriting = 1,
@@ -55,14 +53,13 @@ class AVAssetWriter : public std::enable_shared_from_this<AVAssetWriter> {
   void cancelWriting();
 
  private:
+  friend class AVAssetWriterInput;
   AVAssetWriter() = default;
+  void fail(const NSError& error);
 
+  struct State;
+  std::shared_ptr<State> state_;
   std::filesystem::path url_;
-  std::shared_ptr<AVAssetWriterSession> session_;
-  dispatch_queue_t queue_;  ///< finishes the file
-  mutable std::mutex mutex_;
-  std::vector<std::shared_ptr<AVAssetWriterInput>> inputs_;
-  VideoEncoderOptions encoderOptions_;
 };
 
 }  // namespace vidloom
