@@ -51,8 +51,8 @@ class LUMScaleContext {
   void setUserInfo(NSDictionary userInfo) { userInfo_ = std::move(userInfo); }
 
   /// The track's content in pieces of one speed each, in order; made anew by every call. A speed of zero gives pieces of invalid
-  /// length, a negative one of negative length. Stops the program where a curve is missing between two points. A piece that has
-  /// no numbers for its ends, or that would need more than a million segments, is left out with a line in the log.
+  /// length, a negative one of negative length. Stops the program where a curve is missing between two points. A pair of
+  /// points whose times are no numbers adds nothing; a curve of more than a million segments is logged and gives an empty list.
   virtual std::vector<LUMScaleTime> generateTimesForTrack(const std::shared_ptr<const LUMTrack>& track);
   /// From 10 at the box's smallest y over 1 in its middle to 0.2 at its largest, rounded to two decimals; outside the box it goes
   /// on like that.
@@ -68,6 +68,8 @@ class LUMScaleContext {
   std::string cachedKey_;
 
  private:
+  std::vector<LUMScaleTime> timesOfCurve(const CMTime& usable);
+
   std::vector<std::shared_ptr<LUMScalePoint>> points_;
   std::vector<std::shared_ptr<PWBezier>> beziers_;
   std::optional<double> linearSpeed_;

@@ -33,12 +33,22 @@ CMTime addSpecial(const CMTime& lhs, const CMTime& rhs) {
   return kCMTimeIndefinite;
 }
 
+/// The least common multiple; mostly one of the two is it.
+int64_t commonTimescale(CMTimeScale a, CMTimeScale b) {
+  if (a % b == 0) return a;
+  return b % a == 0 ? b : std::lcm(int64_t{a}, int64_t{b});
+}
+
 /// lhs + sign x rhs of two numbers whose epochs go together.
 CMTime addNumbers(const CMTime& lhs, const CMTime& rhs, int sign, CMTimeEpoch epoch) {
   const bool rounded = CMTIME_HAS_BEEN_ROUNDED(lhs) || CMTIME_HAS_BEEN_ROUNDED(rhs);
-  const int64_t common = std::lcm(int64_t{lhs.timescale}, int64_t{rhs.timescale});
+  const int64_t common = commonTimescale(lhs.timescale, rhs.timescale);
   const Int128 sum = Int128{lhs.value} * (common / lhs.timescale) + Int128{rhs.value} * (common / rhs.timescale) * sign;
   const auto timescale = static_cast<CMTimeScale>(std::min<int64_t>(common, kCMTimeMaxTimescale));
+  if (timescale == common && sum == static_cast<int64_t>(sum)) {
+    const CMTimeFlags roundedFlag = rounded ? kCMTimeFlags_HasBeenRounded : 0;
+    return {static_cast<int64_t>(sum), timescale, kCMTimeFlags_Valid | roundedFlag, epoch};
+  }
   return detail::timeFromFraction(sum, common, timescale, kCMTimeRoundingMethod_Default, rounded, epoch);
 }
 
