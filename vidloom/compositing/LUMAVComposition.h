@@ -10,6 +10,7 @@
 #include "vidloom/compositing/LUMAVCompositionData.h"
 #include "vidloom/platform/avfoundation/AVVideoCompositing.h"
 #include "vidloom/platform/dispatch/dispatch.h"
+#include "vidloom/platform/foundation/NSClassName.h"
 
 namespace vidloom {
 
@@ -26,7 +27,8 @@ class LUMAVComposition : public AVVideoCompositing, public std::enable_shared_fr
   static std::shared_ptr<LUMAVCompositionData> buildCompositionData(const std::shared_ptr<LUMComposition>& composition) {
     static_assert(std::is_same_v<decltype(Compositor::init()), std::shared_ptr<Compositor>>,
                   "a compositor class declares init() of its own");
-    return buildWithCompositorClass(composition, {nameOfClass(typeid(Compositor)), [] { return Compositor::init(); }});
+    return buildWithCompositorClass(
+        composition, {NSStringFromClass(typeid(Compositor)), [] { return Compositor::init(); }, &typeid(Compositor)});
   }
   /// The same, but frames are made by the platform from layer instructions.
   static std::shared_ptr<LUMAVCompositionData> buildNativeCompositionData(const std::shared_ptr<LUMComposition>& composition);
@@ -49,7 +51,6 @@ class LUMAVComposition : public AVVideoCompositing, public std::enable_shared_fr
  private:
   static std::shared_ptr<LUMAVCompositionData> buildWithCompositorClass(const std::shared_ptr<LUMComposition>& composition,
                                                                         AVVideoCompositingClass compositorClass);
-  static std::string nameOfClass(const std::type_info& type);
 
   std::atomic<bool> shouldCancelAllRequests_{false};
   mutable std::mutex queueMutex_;

@@ -45,7 +45,7 @@ class TrackPlacement {
   std::optional<CMPersistentTrackID> videoTrackIDOf(const std::shared_ptr<LUMTrack>& track) const;
 
  private:
-  using ScaleTimes = std::vector<std::shared_ptr<LUMScaleTime>>;
+  using ScaleTimes = std::vector<LUMScaleTime>;
   /// Row n of `rows` stands for items[n].
   struct Lane {
     Items items;

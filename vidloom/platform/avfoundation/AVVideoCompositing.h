@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "vidloom/platform/avfoundation/AVVideoCompositionInstruction.h"
@@ -60,12 +61,15 @@ class AVVideoCompositing {
   virtual void cancelAllPendingVideoCompositionRequests() {}
 };
 
-/// A compositor class as a value: its name and how to make one. Equal when the names are.
+/// A compositor class as a value: its name and how to make one. Equal when the names are and, where both say, the types.
 struct AVVideoCompositingClass {
   std::string name;  ///< empty: no class
   std::function<std::shared_ptr<AVVideoCompositing>()> make;
+  const std::type_info* type = nullptr;
   explicit operator bool() const { return !name.empty(); }
-  friend bool operator==(const AVVideoCompositingClass& a, const AVVideoCompositingClass& b) { return a.name == b.name; }
+  friend bool operator==(const AVVideoCompositingClass& a, const AVVideoCompositingClass& b) {
+    return a.name == b.name && (!a.type || !b.type || *a.type == *b.type);
+  }
 };
 
 }  // namespace vidloom
