@@ -15,6 +15,8 @@
 
 namespace vidloom {
 
+class AVAssetWriterSession;
+
 enum AVAssetWriterStatus : int64_t {
   AVAssetWriterStatusUnknown = 0,
   AVAssetWriterStatusWriting = 1,
@@ -53,13 +55,14 @@ class AVAssetWriter : public std::enable_shared_from_this<AVAssetWriter> {
   void cancelWriting();
 
  private:
-  friend class AVAssetWriterInput;
   AVAssetWriter() = default;
-  void fail(const NSError& error);
 
-  struct State;
-  std::shared_ptr<State> state_;
   std::filesystem::path url_;
+  std::shared_ptr<AVAssetWriterSession> session_;
+  dispatch_queue_t queue_;  ///< finishes the file
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<AVAssetWriterInput>> inputs_;
+  VideoEncoderOptions encoderOptions_;
 };
 
 }  // namespace vidloom

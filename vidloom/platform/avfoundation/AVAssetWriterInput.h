@@ -1,18 +1,26 @@
 // One track of a movie that is being written.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <string>
 
 #include "vidloom/platform/avfoundation/AVMediaFormat.h"
 #include "vidloom/platform/coremedia/CMSampleBuffer.h"
 #include "vidloom/platform/dispatch/dispatch.h"
 #include "vidloom/platform/foundation/NSDictionary.h"
+#include "vidloom/platform/foundation/NSError.h"
 
 namespace vidloom {
 
 class AVAssetWriter;
+class AVAssetWriterSession;
+class AVMediaDataRequest;
+class AVSampleFeed;
+class MovieWriter;
 
 class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInput> {
  public:
@@ -41,8 +49,31 @@ class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInpu
  private:
   friend class AVAssetWriter;
   AVAssetWriterInput() = default;
-  struct State;
-  std::shared_ptr<State> state_;
+  /// Null where the settings do not fit the media type.
+  std::unique_ptr<AVSampleFeed> makeFeed() const;
+  /// False where it belongs to a writer already.
+  bool attach(const std::shared_ptr<AVAssetWriterSession>& session);
+  bool isAttached() const;
+  /// What has been requested before may begin.
+  void writingStarted();
+  void writingStopped();
+  /// No sample is taken any more. False where that was so before.
+  bool close();
+  bool endTrack(MovieWriter& movie, std::optional<NSError>* error);
+  bool bring(const CMSampleBufferRef& sampleBuffer, AVAssetWriterSession& session);
+  CMTime relativeTime(const CMSampleBufferRef& sampleBuffer, AVAssetWriterSession& session, std::string& why) const;
+
+  AVMediaType mediaType_;
+  NSDictionary outputSettings_;
+  std::atomic<bool> realTime_{false};
+  mutable std::mutex mutex_;  ///< guards what follows
+  std::weak_ptr<AVAssetWriterSession> session_;
+  bool attached_ = false;
+  bool finished_ = false;
+  std::shared_ptr<AVMediaDataRequest> request_;
+  std::mutex feedMutex_;  ///< one sample at a time; taken before mutex_
+  std::unique_ptr<AVSampleFeed> feed_;
+  CMTime lastTime_;
 };
 
 }  // namespace vidloom

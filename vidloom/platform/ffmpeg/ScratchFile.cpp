@@ -12,6 +12,8 @@
 #include <ctime>
 #include <string>
 
+#include "vidloom/platform/foundation/NSLog.h"
+
 namespace vidloom {
 
 namespace fs = std::filesystem;
@@ -47,12 +49,11 @@ std::string descriptorPath(int descriptor) { return "/proc/self/fd/" + std::to_s
 
 fs::path hiddenName(const fs::path& beside) {
   static std::atomic<uint32_t> counter{0};
-  const std::string suffix = "." + std::to_string(getpid()) + "-" + std::to_string(++counter) + ".part";
   // A name may have 255 bytes; the tail of a long one is enough to recognise it.
   constexpr size_t maximumStemBytes = 200;
-  std::string stem = beside.filename().string();
+  std::string stem = '.' + beside.filename().string();
   if (stem.size() > maximumStemBytes) stem.erase(0, stem.size() - maximumStemBytes);
-  return folderOf(beside) / ('.' + stem + suffix);
+  return folderOf(beside) / NSStringWithFormat("%s.%d-%u.part", stem.c_str(), static_cast<int>(getpid()), ++counter);
 }
 
 /// Opens a file without a name, or -1. One that could not be given a name later counts as none where it `needsName`.
