@@ -1,7 +1,10 @@
 #include "vidloom/platform/pixels/LayerCompositor.h"
 
+#include <array>
 #include <cmath>
+#include <numbers>
 
+#include "tests/platform/pixels/EveryTarget.h"
 #include "tests/platform/pixels/TestPictures.h"
 
 namespace vidloom {
@@ -9,22 +12,347 @@ namespace {
 
 using namespace test;
 
+constexpr int kWhite = 235;
+constexpr int kBlack = 16;
+
 PictureLayer layerOf(PictureRef picture, CGAffineTransform transform = CGAffineTransformIdentity, double opacity = 1) {
   const CGSize size = CGSizeMake(picture->width, picture->height);
   return {std::move(picture), size, transform, opacity};
 }
 
+CGAffineTransform turnedBy(double degrees, double scale, double tx, double ty) {
+  const double angle = degrees * std::numbers::pi / 180;
+  return {scale * std::cos(angle), scale * std::sin(angle), -scale * std::sin(angle), scale * std::cos(angle), tx, ty};
+}
+
+/// Smooth in both directions, so that interpolation of any kind comes to nearly the same.
+double smoothSample(int plane, double x, double y) {
+  const double slow = plane == 0 ? 0.03 : 0.02;
+  return plane == 0 ? 120 + 50 * std::sin(slow * x + 1) + 40 * std::cos(slow * y)
+                    : 128 + 40 * std::sin(slow * x * plane) * std::cos(slow * y + plane);
+}
+
+/// smoothSample at luma coordinates; chroma samples lie in the middle of their four luma samples.
+std::shared_ptr<MutablePicture> smoothPicture(int width, int height, bool alpha = false, int opaque = 255) {
+  return makePicture(width, height, kLimited709, alpha, [=](int plane, int x, int y) {
+    if (plane == 3) return opaque;
+    const double middle = plane == 0 ? 0.5 : 1, step = plane == 0 ? 1 : 2;
+    return static_cast<int>(std::lround(smoothSample(plane, step * x + middle, step * y + middle)));
+  });
+}
+
+/// What a layer of smoothPicture should look like over a flat background: the samples well inside it and well outside it.
+void expectSmooth(const Picture& output, const PictureLayer& layer, std::array<int, 3> background, double opacity,
+                  const char* what) {
+  const double across = layer.displaySize.width / layer.picture->width, down = layer.displaySize.height / layer.picture->height;
+  const CGAffineTransform map = CGAffineTransformConcat({across, 0, 0, down, 0, 0}, layer.transform);
+  const CGAffineTransform inverse = CGAffineTransformInvert(map);
+  const double margin = 2.5 + 2.5 / std::sqrt(std::abs(map.a * map.d - map.b * map.c));
+  int inside = 0;
+  for (int plane = 0; plane < 3; ++plane) {
+    const PlaneView view = planeOf(output, plane);
+    const double middle = plane == 0 ? 0.5 : 1, step = plane == 0 ? 1 : 2;
+    for (int y = 0; y < view.height; ++y) {
+      for (int x = 0; x < view.width; ++x) {
+        const CGPoint at = CGPointApplyAffineTransform(CGPointMake(step * x + middle, step * y + middle), inverse);
+        const double out = std::max({-at.x, -at.y, at.x - layer.picture->width, at.y - layer.picture->height});
+        if (std::abs(out) < margin) continue;
+        const double over = out > 0 ? background[plane] : smoothSample(plane, at.x, at.y);
+        inside += out < 0;
+        ASSERT_NEAR(view.row(y)[x], background[plane] + opacity * (over - background[plane]), 2.0)
+            << what << ", plane " << plane << " at " << x << "," << y;
+      }
+    }
+  }
+  EXPECT_GT(inside, 0) << what;
+}
+
+struct PlaceCase {
+  const char* what;
+  int width, height;
+  CGSize display;
+  CGAffineTransform transform;
+};
+
+const PlaceCase kPlaces[] = {
+    {"at the origin", 200, 120, {200, 120}, {1, 0, 0, 1, 0, 0}},
+    {"at even samples", 200, 120, {200, 120}, {1, 0, 0, 1, 20, 30}},
+    {"at odd samples, cut", 200, 120, {200, 120}, {1, 0, 0, 1, -21, 131}},
+    {"at a fraction", 200, 120, {200, 120}, {1, 0, 0, 1, 10.4, 7.7}},
+    {"2:1 down", 400, 300, {400, 300}, {0.5, 0, 0, 0.5, 8, 6}},
+    {"2:1 down at odd samples", 400, 300, {400, 300}, {0.5, 0, 0, 0.5, 9, 7}},
+    {"2:1 down of odd sides", 401, 299, {401, 299}, {0.5, 0, 0, 0.5, 0, 0}},
+    {"4:1 down", 801, 640, {801, 640}, {0.25, 0, 0, 0.25, 2, 2}},
+    {"a third", 600, 450, {600, 450}, {1 / 3.0, 0, 0, 1 / 3.0, 3, 5}},
+    {"0.8, cut on all sides", 500, 400, {500, 400}, {0.8, 0, 0, 0.8, -33.3, -21.9}},
+    {"1.7 up, cut on all sides", 300, 200, {300, 200}, {1.7, 0, 0, 1.7, -101, -57.5}},
+    {"with a pixel aspect", 180, 144, {240, 144}, {1, 0, 0, 1, 4, 4}},
+    {"down across, up down", 300, 100, {300, 100}, {0.4, 0, 0, 1.6, 10, 20}},
+    {"a quarter turn clockwise", 160, 120, {160, 120}, {0, 1, -1, 0, 120, 0}},
+    {"a quarter turn counterclockwise, moved", 160, 120, {160, 120}, {0, -1, 1, 0, 31, 180}},
+    {"half a turn", 160, 120, {160, 120}, {-1, 0, 0, -1, 200, 150}},
+    {"mirrored", 160, 120, {160, 120}, {-1, 0, 0, 1, 160, 0}},
+    {"mirrored along the diagonal", 160, 120, {160, 120}, {0, 1, 1, 0, 10, 10}},
+    {"half a turn of odd sides", 161, 121, {161, 121}, {-1, 0, 0, -1, 161, 121}},
+    {"a quarter turn of odd sides, reduced", 321, 241, {321, 241}, {0, 0.7, -0.7, 0, 170.3, 2}},
+    {"a quarter turn, reduced", 400, 300, {400, 300}, {0, 0.5, -0.5, 0, 150, 0}},
+    {"a quarter turn, enlarged and cut", 120, 90, {120, 90}, {0, -1.9, 1.9, 0, 20, 200}},
+    {"17 degrees", 200, 150, {200, 150}, turnedBy(17, 1, 60, 10)},
+    {"123 degrees, enlarged", 120, 100, {120, 100}, turnedBy(123, 1.8, 220, 100)},
+    {"-40 degrees, reduced to a third", 600, 500, {600, 500}, turnedBy(-40, 1 / 3.0, 10, 140)},
+    {"a shear", 150, 150, {150, 150}, {1, 0.2, 0.3, 1, 5, 5}},
+};
+
+TEST(LayerCompositor, PutsEveryPlaneOfALayerWhereTheTransformSays) {
+  for (const PlaceCase& place : kPlaces) {
+    const PictureLayer layer{smoothPicture(place.width, place.height), place.display, place.transform, 1};
+    onEveryTarget([&] {
+      LayerCompositor compositor;
+      const PictureRef output = compositor.compose({layer}, 259, 207, kLimited709);
+      ASSERT_TRUE(output);
+      expectSmooth(*output, layer, {kBlack, 128, 128}, 1, place.what);
+    });
+  }
+}
+
+TEST(LayerCompositor, BlendsByOpacityAndAlphaWhateverTheTransform) {
+  const auto background = layerOf(flatPicture(259, 207, 180, 90, 160));
+  for (const PlaceCase& place : kPlaces) {
+    LayerCompositor compositor;
+    PictureLayer layer{smoothPicture(place.width, place.height), place.display, place.transform, 0.3};
+    expectSmooth(*compositor.compose({background, layer}, 259, 207, kLimited709), layer, {180, 90, 160}, 0.3, place.what);
+    layer.picture = smoothPicture(place.width, place.height, true, 204);
+    layer.opacity = 0.5;
+    expectSmooth(*compositor.compose({background, layer}, 259, 207, kLimited709), layer, {180, 90, 160}, 0.4, place.what);
+  }
+}
+
+TEST(LayerCompositor, LeavesNoFringeWhereLikeLiesOverLike) {
+  const auto background = layerOf(flatPicture(259, 207, kWhite, 100, 150));
+  for (const PlaceCase& place : kPlaces) {
+    for (const bool alpha : {false, true}) {
+      auto picture = alpha ? makePicture(place.width, place.height, kLimited709, true,
+                                         [](int plane, int x, int y) {
+                                           return plane == 3 ? (x * 7 + y * 3) % 256 : plane == 0 ? kWhite : plane == 1 ? 100 : 150;
+                                         })
+                           : flatPicture(place.width, place.height, kWhite, 100, 150);
+      for (const double opacity : {1.0, 0.6}) {
+        LayerCompositor compositor;
+        const PictureLayer layer{picture, place.display, place.transform, opacity};
+        const PictureRef output = compositor.compose({background, layer}, 259, 207, kLimited709);
+        EXPECT_LE(largestDifference(*output, *background.picture), alpha ? 2 : 1) << place.what << (alpha ? " with alpha" : "");
+      }
+    }
+  }
+}
+
+TEST(LayerCompositor, CoversEdgeSamplesInPart) {
+  LayerCompositor compositor;
+  const auto white = flatPicture(4, 4, kWhite, 128, 128);
+  const PictureRef output = compositor.compose({layerOf(white, {1, 0, 0, 1, 2.25, 3.5})}, 10, 10, kLimited709);
+  const auto luma = [&](int x, int y) { return sampleOf(*output, 0, x, y); };
+  const auto part = [](double covered) { return kBlack + covered * (kWhite - kBlack); };
+  EXPECT_NEAR(luma(2, 5), part(0.75), 1);
+  EXPECT_NEAR(luma(6, 5), part(0.25), 1);
+  EXPECT_NEAR(luma(4, 3), part(0.5), 1);
+  EXPECT_NEAR(luma(4, 7), part(0.5), 1);
+  EXPECT_NEAR(luma(2, 3), part(0.375), 1);
+  EXPECT_EQ(luma(4, 5), kWhite);
+  EXPECT_EQ(luma(1, 5), kBlack);
+  EXPECT_EQ(luma(4, 8), kBlack);
+}
+
+TEST(LayerCompositor, ShowsALayerThinnerThanASample) {
+  LayerCompositor compositor;
+  const auto white = flatPicture(8, 8, kWhite, 128, 128);
+  const PictureRef output = compositor.compose({{white, {8, 8}, {0.05, 0, 0, 1, 3.3, 0}, 1}}, 8, 8, kLimited709);
+  EXPECT_NEAR(sampleOf(*output, 0, 3, 4), kBlack + 0.4 * (kWhite - kBlack), 1);
+  EXPECT_EQ(sampleOf(*output, 0, 2, 4), kBlack);
+  EXPECT_EQ(sampleOf(*output, 0, 4, 4), kBlack);
+}
+
+TEST(LayerCompositor, CopiesAndTurnsWithoutLoss) {
+  const auto noise = noisePicture(64, 48, 8);
+  const struct {
+    CGAffineTransform transform;
+    std::function<std::array<int, 2>(int x, int y, int width, int height)> source;
+  } cases[] = {
+      {{1, 0, 0, 1, 2, 4},
+       [](int x, int y, int, int) {
+         return std::array{x, y};
+       }},
+      {{0, 1, -1, 0, 50, 4},
+       [](int x, int y, int, int h) {
+         return std::array{y, h - 1 - x};
+       }},
+      {{0, -1, 1, 0, 2, 68},
+       [](int x, int y, int w, int) {
+         return std::array{w - 1 - y, x};
+       }},
+      {{-1, 0, 0, -1, 66, 52},
+       [](int x, int y, int w, int h) {
+         return std::array{w - 1 - x, h - 1 - y};
+       }},
+      {{-1, 0, 0, 1, 66, 4},
+       [](int x, int y, int w, int) {
+         return std::array{w - 1 - x, y};
+       }},
+      {{1, 0, 0, -1, 2, 52},
+       [](int x, int y, int, int h) {
+         return std::array{x, h - 1 - y};
+       }},
+      {{0, 1, 1, 0, 2, 4},
+       [](int x, int y, int, int) {
+         return std::array{y, x};
+       }},
+      {{0, -1, -1, 0, 50, 68},
+       [](int x, int y, int w, int h) {
+         return std::array{w - 1 - y, h - 1 - x};
+       }},
+  };
+  for (const auto& test : cases) {
+    LayerCompositor compositor;
+    const PictureRef output = compositor.compose({layerOf(noise, test.transform)}, 80, 80, kLimited709);
+    const bool turned = test.transform.a == 0;
+    for (int plane = 0; plane < 3; ++plane) {
+      const PlaneView view = planeOf(*noise, plane).view();
+      const int dx = plane == 0 ? 2 : 1, dy = plane == 0 ? 4 : 2;
+      for (int y = 0; y < (turned ? view.width : view.height); ++y) {
+        for (int x = 0; x < (turned ? view.height : view.width); ++x) {
+          const auto [u, v] = test.source(x, y, view.width, view.height);
+          ASSERT_EQ(sampleOf(*output, plane, x + dx, y + dy), view.row(v)[u]) << test.transform << " plane " << plane;
+        }
+      }
+    }
+    EXPECT_EQ(sampleOf(*output, 0, 1, 10), kBlack);
+  }
+}
+
 TEST(LayerCompositor, HandsOnAPictureThatFillsTheOutputAsItIs) {
   LayerCompositor compositor;
-  const PictureRef picture = noisePicture(64, 36, 1);
+  const PictureRef picture = noisePicture(64, 36, 1), hidden = noisePicture(64, 36, 2);
   EXPECT_EQ(compositor.compose({layerOf(picture)}, 64, 36, kLimited709), picture);
+  EXPECT_EQ(compositor.compose({layerOf(hidden, {1, 0.1, 0, 1, 0, 0}), layerOf(picture)}, 64, 36, kLimited709), picture);
+  EXPECT_EQ(compositor.compose({{picture, {128, 36}, {0.5, 0, 0, 1, 0, 0}, 1}}, 64, 36, kLimited709), picture);
+}
+
+TEST(LayerCompositor, SharesThePlanesOfAPictureThatIsOnlyCutOrTaggedAnew) {
+  LayerCompositor compositor;
+  const PictureRef picture = noisePicture(64, 48, 1);
+  PictureColor tagged = kLimited709;
+  tagged.transfer = "iec61966-2-1";
+  const PictureRef retagged = compositor.compose({layerOf(picture)}, 64, 48, tagged);
+  EXPECT_EQ(retagged->y.data, picture->y.data);
+  EXPECT_EQ(retagged->color, tagged);
+  const PictureRef cut = compositor.compose({layerOf(picture, {1, 0, 0, 1, -4, -2})}, 51, 43, kLimited709);
+  EXPECT_EQ(cut->width, 51);
+  EXPECT_EQ(cut->cr.data, picture->cr.data + picture->cr.stride + 2);
+  const PictureRef odd = compositor.compose({layerOf(picture, {1, 0, 0, 1, -3, -2})}, 50, 40, kLimited709);
+  EXPECT_EQ(sampleOf(*odd, 0, 7, 7), sampleOf(*picture, 0, 10, 9));
 }
 
 TEST(LayerCompositor, GivesOneBlackPictureWhereThereIsNothingToDraw) {
   LayerCompositor compositor;
   const PictureRef black = compositor.compose({}, 33, 17, kLimited709);
-  EXPECT_EQ(largestDifference(*black, *flatPicture(33, 17, 16, 128, 128)), 0);
-  EXPECT_EQ(compositor.compose({}, 33, 17, kLimited709), black);
+  EXPECT_EQ(largestDifference(*black, *flatPicture(33, 17, kBlack, 128, 128)), 0);
+  EXPECT_EQ(largestDifference(*compositor.compose({}, 33, 17, kFull601), *flatPicture(33, 17, 0, 128, 128)), 0);
+  const auto picture = noisePicture(8, 8, 1);
+  const double nan = std::nan("");
+  const PictureLayer nothing[] = {
+      {nullptr, {8, 8}, CGAffineTransformIdentity, 1},
+      layerOf(picture, CGAffineTransformIdentity, 0),
+      layerOf(picture, CGAffineTransformIdentity, nan),
+      layerOf(picture, {0, 0, 0, 0, 0, 0}),
+      layerOf(picture, {1, 1, 1, 1, 0, 0}),
+      layerOf(picture, {nan, 0, 0, 1, 0, 0}),
+      layerOf(picture, {1, 0, 0, 1, 1e300, 0}),
+      layerOf(picture, {1, 0, 0, 1, 33, 0}),
+      {picture, {0, 0}, CGAffineTransformIdentity, 1},
+  };
+  const PictureRef again = compositor.compose({}, 33, 17, kLimited709);
+  for (const PictureLayer& layer : nothing) EXPECT_EQ(compositor.compose({layer}, 33, 17, kLimited709), again) << layer.transform;
+}
+
+TEST(LayerCompositor, DrawsLaterLayersOverEarlierOnes) {
+  LayerCompositor compositor;
+  const auto bottom = layerOf(flatPicture(20, 20, 50, 128, 128)),
+             top = layerOf(flatPicture(20, 20, 200, 128, 128), {1, 0, 0, 1, 10, 0});
+  const PictureRef output = compositor.compose({bottom, top}, 30, 20, kLimited709);
+  EXPECT_EQ(sampleOf(*output, 0, 9, 5), 50);
+  EXPECT_EQ(sampleOf(*output, 0, 10, 5), 200);
+  const PictureRef other = compositor.compose({top, bottom}, 30, 20, kLimited709);
+  EXPECT_EQ(sampleOf(*other, 0, 19, 5), 50);
+  EXPECT_EQ(sampleOf(*other, 0, 20, 5), 200);
+}
+
+TEST(LayerCompositor, GivesTheSamePictureForTheSameLayers) {
+  LayerCompositor compositor;
+  PictureRef picture = noisePicture(64, 36, 1);
+  const PictureLayer layer = layerOf(picture, {0.7, 0, 0, 0.7, 3, 3}, 0.8);
+  const PictureRef first = compositor.compose({layer}, 64, 36, kLimited709);
+  EXPECT_EQ(compositor.compose({layer}, 64, 36, kLimited709), first);
+  PictureLayer moved = layer, fainter = layer, other = layer;
+  moved.transform.tx = 4;
+  fainter.opacity = 0.7;
+  other.picture = noisePicture(64, 36, 1);
+  for (const PictureLayer& changed : {moved, fainter, other}) {
+    EXPECT_NE(compositor.compose({changed}, 64, 36, kLimited709), first);
+    EXPECT_NE(compositor.compose({layer}, 64, 36, kLimited709), first);
+  }
+  EXPECT_NE(compositor.compose({layer}, 62, 36, kLimited709)->width, 64);
+}
+
+TEST(LayerCompositor, LetsGoOfItsLayers) {
+  LayerCompositor compositor;
+  auto picture = noisePicture(64, 36, 1);
+  const std::weak_ptr<Picture> watched = picture;
+  compositor.compose({layerOf(picture, {0.7, 0, 0, 0.7, 3, 3})}, 64, 36, kLimited709);
+  picture.reset();
+  EXPECT_TRUE(watched.expired());
+}
+
+TEST(LayerCompositor, ConvertsColoursOfEveryLayerToTheOutputs) {
+  // Red in every matrix and range.
+  const std::array<std::pair<PictureColor, std::array<int, 3>>, 4> reds = {{
+      {kLimited601, {81, 90, 240}},
+      {kFull601, {76, 85, 255}},
+      {kLimited709, {63, 102, 240}},
+      {kFull709, {54, 99, 255}},
+  }};
+  for (const auto& [from, source] : reds) {
+    for (const auto& [to, expected] : reds) {
+      for (const PlaceCase& place : kPlaces) {
+        LayerCompositor compositor;
+        const auto picture = flatPicture(place.width, place.height, source[0], source[1], source[2], from);
+        const PictureRef output = compositor.compose({{picture, place.display, place.transform, 1}}, 259, 207, to);
+        const CGPoint middle =
+            CGPointApplyAffineTransform(CGPointMake(place.display.width / 2, place.display.height / 2), place.transform);
+        const int x = std::clamp(static_cast<int>(middle.x), 0, 258), y = std::clamp(static_cast<int>(middle.y), 0, 206);
+        EXPECT_NEAR(sampleOf(*output, 0, x, y), expected[0], 2) << place.what;
+        EXPECT_NEAR(sampleOf(*output, 1, x / 2, y / 2), expected[1], 2) << place.what;
+        EXPECT_NEAR(sampleOf(*output, 2, x / 2, y / 2), expected[2], 2) << place.what;
+      }
+    }
+  }
+}
+
+TEST(LayerCompositor, DoesNotLetTheColourOfTransparentSamplesShow) {
+  // Opaque white with a transparent black half, enlarged: no grey between.
+  const auto half = makePicture(8, 8, kLimited709, true, [](int plane, int x, int) {
+    return plane == 3 ? (x < 4 ? 255 : 0) : plane == 0 ? (x < 4 ? kWhite : kBlack) : 128;
+  });
+  LayerCompositor compositor;
+  const auto white = layerOf(flatPicture(80, 80, kWhite, 128, 128));
+  const PictureRef output = compositor.compose({white, {half, {80, 80}, CGAffineTransformIdentity, 1}}, 80, 80, kLimited709);
+  EXPECT_LE(largestDifference(*output, *white.picture), 1);
+}
+
+TEST(LayerCompositor, RefusesSizesThatNoPictureHas) {
+  LayerCompositor compositor;
+  const auto layer = layerOf(noisePicture(8, 8, 1));
+  EXPECT_EQ(compositor.compose({layer}, 0, 8, kLimited709), nullptr);
+  EXPECT_EQ(compositor.compose({}, 8, -1, kLimited709), nullptr);
+  EXPECT_EQ(compositor.compose({layer}, 40000, 8, kLimited709), nullptr);
 }
 
 }  // namespace

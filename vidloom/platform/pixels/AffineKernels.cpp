@@ -58,8 +58,9 @@ HWY_INLINE DwordVector sampleAt(const PairedPlane& plane, DwordVector u, DwordVe
 void SampleAlong(uint8_t* destination, int count, const PairedPlane& plane, FixedPoint start, FixedPoint step) {
   const Dwords dwords;
   const int lanes = static_cast<int>(hn::Lanes(dwords));
-  DwordVector u = hn::Add(hn::Set(dwords, start.u), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.u)));
-  DwordVector v = hn::Add(hn::Set(dwords, start.v), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.v)));
+  // Fractions are cut to 8 bits: half of the last one rounds them.
+  DwordVector u = hn::Add(hn::Set(dwords, start.u + 128), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.u)));
+  DwordVector v = hn::Add(hn::Set(dwords, start.v + 128), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.v)));
   const DwordVector stepU = hn::Set(dwords, step.u * lanes);
   const DwordVector stepV = hn::Set(dwords, step.v * lanes);
   for (int x = 0; x < count; x += lanes) {

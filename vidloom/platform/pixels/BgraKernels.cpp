@@ -149,6 +149,45 @@ void ChromaOfPremultipliedBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t
   });
 }
 
+/// factor * (code - 128) in 1/64, for |factor| < 4.
+struct ChromaGain {
+  explicit ChromaGain(double factor) : quarter(hn::Set(SignedWords(), static_cast<int16_t>(std::lround(factor * 8192)))) {}
+  HWY_INLINE SignedVector operator()(SignedVector centred) const { return hn::MulFixedPoint15(centred, quarter); }
+  SignedVector quarter;
+};
+
+void BgraOfPlanes(uint8_t* bgra, const PlaneRow& row, int count, const CodeScale& scale, bool premultiplies) {
+  const SignedWords words;
+  const double red = 2 * (1 - scale.kr) * 255 / scale.chromaScale, blue = 2 * (1 - scale.kb) * 255 / scale.chromaScale;
+  const double kg = 1 - scale.kr - scale.kb;
+  const ChromaGain redOfCr(red), greenOfCr(-red * scale.kr / kg), greenOfCb(-blue * scale.kb / kg), blueOfCb(blue);
+  const SignedVector lumaGain = hn::Set(words, static_cast<int16_t>(std::lround((255 / scale.lumaScale - 1) * 32768)));
+  const SignedVector black = hn::Set(words, static_cast<int16_t>(scale.lumaOffset));
+  const SignedVector half = hn::Set(words, 32), middle = hn::Set(words, 128);
+  const auto scaledLuma = [&](WordVector code) HWY_ATTR {
+    const SignedVector v = hn::ShiftLeft<6>(hn::Sub(asSigned(code), black));
+    return hn::Add(hn::Add(v, hn::MulFixedPoint15(v, lumaGain)), half);
+  };
+  const auto centred = [&](WordVector code) HWY_ATTR { return hn::ShiftLeft<8>(hn::Sub(asSigned(code), middle)); };
+  forRow(count, [&](auto at) HWY_ATTR {
+    const ByteVector luma = at.load(row.luma);
+    const SignedVector even = scaledLuma(evenBytes(luma)), odd = scaledLuma(oddBytes(luma));
+    const SignedVector cb = centred(at.loadHalved(row.cb)), cr = centred(at.loadHalved(row.cr));
+    const auto channel = [&](SignedVector chroma) HWY_ATTR {
+      return joinClamped(hn::ShiftRight<6>(hn::SaturatedAdd(even, chroma)), hn::ShiftRight<6>(hn::SaturatedAdd(odd, chroma)));
+    };
+    ByteVector b = channel(blueOfCb(cb)), r = channel(redOfCr(cr));
+    ByteVector g = channel(hn::Add(greenOfCb(cb), greenOfCr(cr)));
+    const ByteVector alpha = row.alpha ? at.load(row.alpha) : hn::Set(Bytes(), 255);
+    if (premultiplies) {
+      b = multiplied(b, alpha);
+      g = multiplied(g, alpha);
+      r = multiplied(r, alpha);
+    }
+    at.storeInterleaved(b, g, r, alpha, bgra);
+  });
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace vidloom
 HWY_AFTER_NAMESPACE();
@@ -159,6 +198,7 @@ namespace {
 HWY_EXPORT(LumaOfBGRA);
 HWY_EXPORT(ChromaOfBGRA);
 HWY_EXPORT(ChromaOfPremultipliedBGRA);
+HWY_EXPORT(BgraOfPlanes);
 }  // namespace
 
 void lumaOfBGRA(uint8_t* luma, const uint8_t* bgra, int count, const CodeScale& scale) {
@@ -171,6 +211,10 @@ void chromaOfBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t* below, int 
 
 void chromaOfPremultipliedBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t* below, int count, const CodeScale& scale) {
   HWY_DYNAMIC_DISPATCH(ChromaOfPremultipliedBGRA)(cbcr, bgra, below, count, scale);
+}
+
+void bgraOfPlanes(uint8_t* bgra, const PlaneRow& row, int count, const CodeScale& scale, bool premultiplies) {
+  HWY_DYNAMIC_DISPATCH(BgraOfPlanes)(bgra, row, count, scale, premultiplies);
 }
 
 }  // namespace vidloom

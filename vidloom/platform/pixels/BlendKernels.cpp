@@ -10,12 +10,6 @@ HWY_BEFORE_NAMESPACE();
 namespace vidloom {
 namespace HWY_NAMESPACE {
 
-// x / 255, rounded and left in the high byte, for x up to 255 * 255.
-HWY_INLINE WordVector divideBy255High(WordVector x) {
-  const WordVector biased = hn::Add(x, hn::Set(Words(), 128));
-  return hn::Add(biased, hn::ShiftRight<8>(biased));
-}
-
 HWY_INLINE WordVector lerpHigh(WordVector under, WordVector over, WordVector weight) {
   const WordVector step = hn::Mul(hn::Sub(over, under), weight);
   return hn::Add(hn::Add(hn::ShiftLeft<8>(under), step), hn::Set(Words(), 128));
@@ -80,13 +74,7 @@ void BlendRowPremultipliedWeighted(uint8_t* destination, const uint8_t* source, 
 }
 
 void PremultiplyRow(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, int count) {
-  forRow(count, [&](auto at) HWY_ATTR {
-    const ByteVector color = at.load(source);
-    const ByteVector cover = at.load(alpha);
-    at.store(joinHighBytes(divideBy255High(hn::Mul(evenBytes(color), evenBytes(cover))),
-                           divideBy255High(hn::Mul(oddBytes(color), oddBytes(cover)))),
-             destination);
-  });
+  forRow(count, [&](auto at) HWY_ATTR { at.store(multiplied(at.load(source), at.load(alpha)), destination); });
 }
 
 }  // namespace HWY_NAMESPACE

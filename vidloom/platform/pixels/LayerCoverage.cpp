@@ -39,21 +39,33 @@ LayerCoverage::LayerCoverage(const CGSize& size, const CGAffineTransform& map) {
   bounds_ = CGRectMake(*left + map.tx, *top + map.ty, *right - *left, *bottom - *top);
 }
 
-double LayerCoverage::covered(const Edge& from, const Edge& to, double x, double y) {
-  const double past = std::clamp(from.perX * x + from.perY * y + from.constant + 0.5, 0.0, 1.0);
-  const double before = std::clamp(to.perX * x + to.perY * y + to.constant + 0.5, 0.0, 1.0);
-  return std::max(0.0, past + before - 1);
+void LayerCoverage::setHalfSamples(int column, int row) {
+  halfColumn_ = column;
+  halfRow_ = row;
+}
+
+// Distances count double where the sample is half as long across the edge.
+double LayerCoverage::sharpness(const Edge& edge, int x, int y) const {
+  const bool upright = std::abs(edge.perX) > std::abs(edge.perY);
+  return (upright ? x >= 0 && x == halfColumn_ : y == halfRow_) ? 2 : 1;
+}
+
+double LayerCoverage::covered(const Edge& from, const Edge& to, int x, int y) const {
+  const double column = middleOfColumn(x), row = middleOfRow(y);
+  const double past = (from.perX * column + from.perY * row + from.constant) * sharpness(from, x, y);
+  const double before = (to.perX * column + to.perY * row + to.constant) * sharpness(to, x, y);
+  return std::max(0.0, std::clamp(past + 0.5, 0.0, 1.0) + std::clamp(before + 0.5, 0.0, 1.0) - 1);
 }
 
 int LayerCoverage::at(int x, int y) const {
-  const double part = covered(edges_[0], edges_[1], x + 0.5, y + 0.5) * covered(edges_[2], edges_[3], x + 0.5, y + 0.5);
-  return static_cast<int>(std::lround(256 * part));
+  return static_cast<int>(std::lround(256 * covered(edges_[0], edges_[1], x, y) * covered(edges_[2], edges_[3], x, y)));
 }
 
 SampleSpan LayerCoverage::spanAtDistance(double distance, int y, const SampleSpan& within) const {
   double begin = within.begin, end = within.end;
   for (const Edge& edge : edges_) {
-    const double atZero = edge.perX * 0.5 + edge.perY * (y + 0.5) + edge.constant - distance;
+    const double atZero =
+        edge.perX * 0.5 + edge.perY * middleOfRow(y) + edge.constant - distance / sharpness(edge, within.begin - 1, y);
     if (std::abs(edge.perX) < 1e-9) {
       if (atZero < 0) return {within.begin, within.begin};
     } else if (edge.perX > 0) {
@@ -66,9 +78,23 @@ SampleSpan LayerCoverage::spanAtDistance(double distance, int y, const SampleSpa
   return {static_cast<int>(begin), static_cast<int>(end)};
 }
 
-SampleSpan LayerCoverage::touched(int y, const SampleSpan& within) const { return spanAtDistance(-0.5 + kNegligible, y, within); }
+// The half column is judged by itself.
+SampleSpan LayerCoverage::withHalfColumn(SampleSpan span, int y, const SampleSpan& within, int atLeast) const {
+  if (halfColumn_ < within.begin || halfColumn_ != within.end - 1) return span;
+  span.end = std::min(span.end, halfColumn_);
+  if (at(halfColumn_, y) < atLeast) return span;
+  if (span.isEmpty()) return {halfColumn_, halfColumn_ + 1};
+  if (span.end == halfColumn_) ++span.end;
+  return span;
+}
 
-SampleSpan LayerCoverage::filled(int y, const SampleSpan& within) const { return spanAtDistance(0.5 - kNegligible, y, within); }
+SampleSpan LayerCoverage::touched(int y, const SampleSpan& within) const {
+  return withHalfColumn(spanAtDistance(-0.5 + kNegligible, y, within), y, within, 1);
+}
+
+SampleSpan LayerCoverage::filled(int y, const SampleSpan& within) const {
+  return withHalfColumn(spanAtDistance(0.5 - kNegligible, y, within), y, within, 256);
+}
 
 bool LayerCoverage::fills(const SampleRect& rect) const {
   const SampleSpan columns{rect.x0, rect.x1};

@@ -19,6 +19,10 @@ class LayerCoverage {
  public:
   LayerCoverage(const CGSize& size, const CGAffineTransform& map);
 
+  /// Of that column and that row (-1: none) only the first half belongs to the plane, as of the last chroma samples of a picture
+  /// with odd sides; their coverage is that of this half.
+  void setHalfSamples(int column, int row);
+
   /// 0..256 for the sample at column x of row y.
   int at(int x, int y) const;
   /// The samples of a row that are covered at all, and those that are covered entirely.
@@ -34,11 +38,16 @@ class LayerCoverage {
     double perX, perY, constant;
   };
 
-  static double covered(const Edge& from, const Edge& to, double x, double y);
+  double covered(const Edge& from, const Edge& to, int x, int y) const;
+  double sharpness(const Edge& edge, int x, int y) const;
+  double middleOfColumn(int x) const { return x == halfColumn_ ? x + 0.25 : x + 0.5; }
+  double middleOfRow(int y) const { return y == halfRow_ ? y + 0.25 : y + 0.5; }
   SampleSpan spanAtDistance(double distance, int y, const SampleSpan& within) const;
+  SampleSpan withHalfColumn(SampleSpan span, int y, const SampleSpan& within, int atLeast) const;
 
   Edge edges_[4];
   CGRect bounds_;
+  int halfColumn_ = -1, halfRow_ = -1;
 };
 
 }  // namespace vidloom

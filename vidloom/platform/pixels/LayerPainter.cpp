@@ -47,6 +47,7 @@ bool LayerPainter::paint(const PictureRef& picture, const LayerPlacement& placem
                   placement.opacity,
                   {placement.coverage(*picture, false), placement.coverage(*picture, true)},
                   {}};
+  drawing.coverage[1].setHalfSamples(output_.width % 2 ? output_.width / 2 : -1, output_.height % 2 ? output_.height / 2 : -1);
   drawing.bounds = std::array{drawing.coverage[0].bounds(wholeOf(planeOf(output_, 0).view())),
                               drawing.coverage[1].bounds(wholeOf(planeOf(output_, 1).view()))};
   if (drawing.bounds[0].isEmpty()) return true;

@@ -12,18 +12,7 @@ HWY_BEFORE_NAMESPACE();
 namespace vidloom {
 namespace HWY_NAMESPACE {
 
-using SignedWords = hn::RebindToSigned<Words>;
-using SignedVector = hn::Vec<SignedWords>;
-
 HWY_INLINE SignedVector constant(double value) { return hn::Set(SignedWords(), static_cast<int16_t>(std::lround(value))); }
-HWY_INLINE SignedVector asSigned(WordVector v) { return hn::BitCast(SignedWords(), v); }
-
-// Codes 0..255 in 16-bit lanes, even and odd ones, to bytes.
-HWY_INLINE ByteVector joinClamped(SignedVector even, SignedVector odd) {
-  const SignedVector zero = hn::Zero(SignedWords()), top = hn::Set(SignedWords(), 255);
-  const auto clamp = [&](SignedVector v) HWY_ATTR { return hn::BitCast(Words(), hn::Min(hn::Max(v, zero), top)); };
-  return hn::BitCast(Bytes(), hn::Or(clamp(even), hn::ShiftLeft<8>(clamp(odd))));
-}
 
 /// a * x + b * y for chroma x, y = 256 * (code - 128), |a|, |b| < 2, in 1/128 codes.
 struct ChromaMix {

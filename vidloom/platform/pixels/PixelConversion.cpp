@@ -1,6 +1,5 @@
 #include "vidloom/platform/pixels/PixelConversion.h"
 
-#include <libyuv/convert_argb.h>
 #include <libyuv/planar_functions.h>
 
 #include <algorithm>
@@ -34,11 +33,6 @@ void mapPlane(const PlaneView& source, const MutablePlaneView& destination, cons
 
 void fillPlane(const MutablePlaneView& plane, int value) {
   for (int y = 0; y < plane.height; ++y) std::memset(plane.row(y), value, static_cast<size_t>(plane.width));
-}
-
-const libyuv::YuvConstants& constantsOf(const PictureColor& color) {
-  if (color.matrix == ColorMatrix::bt601) return color.fullRange ? libyuv::kYuvJPEGConstants : libyuv::kYuvI601Constants;
-  return color.fullRange ? libyuv::kYuvF709Constants : libyuv::kYuvH709Constants;
 }
 
 /// The changes of luma that two neighbouring chroma rows bring, one sample longer at both ends.
@@ -148,17 +142,25 @@ void readBiplanar(const BiplanarPlanes& source, ColorMatrix matrix, bool fullRan
 }
 
 void writeBGRA(const Picture& picture, AlphaMode alpha, uint8_t* bgra, ptrdiff_t stride) {
-  const libyuv::YuvConstants& constants = constantsOf(picture.color);
-  const int lumaStride = static_cast<int>(picture.y.stride), toStride = static_cast<int>(stride);
-  const int cbStride = static_cast<int>(picture.cb.stride), crStride = static_cast<int>(picture.cr.stride);
-  if (!picture.hasAlpha() || alpha == AlphaMode::ignored) {
-    libyuv::I420ToARGBMatrix(picture.y.data, lumaStride, picture.cb.data, cbStride, picture.cr.data, crStride, bgra, toStride,
-                             &constants, picture.width, picture.height);
-    return;
+  const CodeScale scale = CodeScale::of(picture.color.matrix, picture.color.fullRange);
+  const bool keepsAlpha = picture.hasAlpha() && alpha != AlphaMode::ignored;
+  const PlaneView luma = planeOf(picture, 0), cb = planeOf(picture, 1), cr = planeOf(picture, 2), alphas = planeOf(picture, 3);
+  for (int y = 0; y < picture.height; ++y) {
+    const PlaneRow row{luma.row(y), cb.row(y / 2), cr.row(y / 2), keepsAlpha ? alphas.row(y) : nullptr};
+    bgraOfPlanes(bgra + y * stride, row, picture.width, scale, keepsAlpha && alpha == AlphaMode::premultiplied);
   }
-  libyuv::I420AlphaToARGBMatrix(picture.y.data, lumaStride, picture.cb.data, cbStride, picture.cr.data, crStride,
-                                picture.alpha.data, static_cast<int>(picture.alpha.stride), bgra, toStride, &constants,
-                                picture.width, picture.height, alpha == AlphaMode::premultiplied);
+}
+
+void convertBiplanarToBGRA(const BiplanarPlanes& source, int width, int height, ColorMatrix matrix, bool fullRange, uint8_t* bgra,
+                           ptrdiff_t stride) {
+  const CodeScale scale = CodeScale::of(matrix, fullRange);
+  const int chromaWidth = (width + 1) / 2;
+  std::vector<uint8_t> cb(static_cast<size_t>(chromaWidth)), cr(cb.size());
+  for (int y = 0; y < height; ++y) {
+    if (y % 2 == 0) deinterleaveRow(cb.data(), cr.data(), source.cbcr + y / 2 * source.cbcrStride, chromaWidth, kSameRange);
+    const PlaneRow row{source.y + y * source.yStride, cb.data(), cr.data(), nullptr};
+    bgraOfPlanes(bgra + y * stride, row, width, scale, false);
+  }
 }
 
 void readBGRA(const uint8_t* bgra, ptrdiff_t stride, AlphaMode alpha, MutablePicture& destination) {

@@ -38,6 +38,10 @@ void readBGRA(const uint8_t* bgra, ptrdiff_t stride, AlphaMode alpha, MutablePic
 void convertBGRAToBiplanar(const uint8_t* bgra, ptrdiff_t stride, int width, int height, ColorMatrix matrix, bool fullRange,
                            const BiplanarPlanes& destination);
 
+/// Writes bi-planar pixels of that matrix and range as opaque bytes B, G, R, A.
+void convertBiplanarToBGRA(const BiplanarPlanes& source, int width, int height, ColorMatrix matrix, bool fullRange, uint8_t* bgra,
+                           ptrdiff_t stride);
+
 /// The picture in the destination's matrix and range; sizes are equal. Alpha is copied where both have it.
 void convertColor(const Picture& picture, MutablePicture& destination);
 

@@ -40,9 +40,9 @@ struct NoMapper {
 };
 
 HWY_INLINE uint8_t mapCode(int code, const RangeMap& map) {
-  const int v = std::max(code - map.below, 0);
-  const int sum = std::min(v * 256 * map.whole + ((v * 256 * map.fraction) >> 16) + map.plus, 65535);
-  return static_cast<uint8_t>(std::max(sum - map.minus, 0) >> 8);
+  const auto v = static_cast<uint32_t>(std::max(code - map.below, 0)) * 256;
+  const uint32_t sum = std::min(v * map.whole + ((v * map.fraction) >> 16) + map.plus, 65535u);
+  return static_cast<uint8_t>((sum - std::min<uint32_t>(sum, map.minus)) >> 8);
 }
 
 template <class Body>
