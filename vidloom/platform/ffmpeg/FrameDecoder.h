@@ -1,0 +1,54 @@
+// Decodes the packets of a video track one after the other.
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "vidloom/platform/ffmpeg/AvLog.h"
+#include "vidloom/platform/ffmpeg/PacketSource.h"
+
+namespace vidloom {
+
+struct DecodedFrame {
+  AvFramePointer frame;
+  int64_t pts = 0;  ///< ticks of media time
+  bool isDamaged = false;
+};
+
+/// The pictures of a track in the order in which they are shown, from where decoding began. One thread at a time.
+class FrameDecoder {
+ public:
+  enum class Status { frame, end, cancelled };
+
+  static std::unique_ptr<FrameDecoder> open(std::unique_ptr<PacketSource> packets, int threads, std::optional<NSError>* error);
+
+  /// The next picture. Damage is logged with file and time and passed over.
+  Status next(DecodedFrame& decoded);
+  /// Forgets everything and begins again at a key frame, or at the first packet of the file.
+  bool restartAt(const KeyFrame& key);
+  bool restartBefore(int64_t ticks);
+  bool restartAtBeginning();
+  /// Decoding time of the last packet that went into the decoder since the last restart; nullopt before the first.
+  std::optional<int64_t> lastSentDts() const { return lastSentDts_; }
+  /// Presentation time of the first key packet since the last restart; nullopt where none has come yet.
+  std::optional<int64_t> firstKeyPts() const { return firstKeyPts_; }
+  PacketSource& packets() { return *packets_; }
+
+ private:
+  FrameDecoder(std::unique_ptr<PacketSource> packets, AvCodecContextPointer context);
+  void reset();
+  Status sendPacket();
+  void noteSent();
+  void report(const std::string& what, int64_t ticks, int avError);
+
+  std::unique_ptr<PacketSource> packets_;
+  AvCodecContextPointer context_;
+  AvLogName logName_;
+  AvPacketPointer packet_;
+  bool drained_ = false;
+  int64_t packetPts_ = 0;
+  std::optional<int64_t> lastSentDts_, firstKeyPts_;
+  int reports_ = 0, errorsAtEnd_ = 0;
+};
+
+}  // namespace vidloom

@@ -1,0 +1,50 @@
+// Opens a file and finds out what is in it.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "vidloom/platform/ffmpeg/MovieHeader.h"
+#include "vidloom/platform/ffmpeg/OpenedMediaFile.h"
+#include "vidloom/platform/ffmpeg/PacketScan.h"
+#include "vidloom/platform/ffmpeg/StreamInspector.h"
+
+struct AVStream;
+
+namespace vidloom {
+
+/// The steps of MediaFile::open, in order. Used once.
+class MediaFileBuilder {
+ public:
+  MediaFileBuilder(const std::filesystem::path& path, const MediaLimits& limits, std::optional<NSError>* error);
+  std::shared_ptr<const MediaFile> build();
+
+ private:
+  bool openBytes();
+  bool readContainer();
+  bool inspectStreams();
+  bool needsInspection(int streamIndex) const;
+  bool scanIfNeeded();
+  bool describeStreams();
+  bool checkLimits(const AVStream& stream, const StreamFacts& facts);
+  void describe(const AVStream& stream);
+  void describePicture(const AVStream& stream, MediaTrack& track) const;
+  void describeRate(const AVStream& stream, const SampleTimes& times, MediaTrack& track) const;
+  void placeTracks();
+  void placeMovieTrack(size_t trackIndex);
+  const MovieHeaderTrack* movieTrackOf(const AVStream& stream) const;
+  bool fail(NSError error);
+
+  std::filesystem::path path_;
+  MediaLimits limits_;
+  std::optional<NSError>* error_;
+  std::shared_ptr<const SourceFile> bytes_;
+  std::shared_ptr<OpenedMediaFile> file_;
+  std::unique_ptr<Demuxer> demuxer_;
+  std::optional<MovieHeader> movie_;
+  std::map<int, StreamInspector> inspectors_;
+  std::map<int, ScannedStream> scans_;
+  bool isScanned_ = false;
+};
+
+}  // namespace vidloom
