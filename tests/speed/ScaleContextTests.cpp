@@ -1,0 +1,315 @@
+#include <cmath>
+#include <cstdlib>
+#include <random>
+
+#include "tests/speed/CountedAllocations.h"
+#include "vidloom/platform/foundation/NSLog.h"
+#include "vidloom/speed/LUMScaleContext.h"
+#include "vidloom/speed/LUMScalePoint.h"
+#include "vidloom/speed/PWBezier.h"
+#include "vidloom/timeline/LUMTrack.h"
+
+namespace vidloom {
+namespace {
+
+const CGRect kBox = CGRectMake(0, 0, 300, 100);
+
+CMTime seconds(double value) { return CMTimeMake(static_cast<int64_t>(std::llround(value * 600)), 600); }
+
+std::shared_ptr<LUMTrack> trackOf(const CMTime& length) {
+  auto track = LUMTrack::initWithId(1);
+  track->updateAssetDuration(length);
+  return track;
+}
+
+/// The height in the box at which the curve has that speed.
+double heightOf(double speed) { return speed >= 1 ? 50 * (10 - speed) / 9 : 50 + 50 * (1 - speed) / 0.8; }
+
+struct Knot {
+  float x;
+  double speed;
+};
+
+/// Straight curves between points of those speeds.
+std::shared_ptr<LUMScaleContext> curve(const std::vector<Knot>& knots, const LUMScaleContext::Offsets& offsets = {}) {
+  std::vector<std::shared_ptr<LUMScalePoint>> points;
+  std::vector<std::shared_ptr<PWBezier>> beziers;
+  for (const Knot& knot : knots) {
+    const CGPoint center{300.0 * double{knot.x}, heightOf(knot.speed)};
+    if (!points.empty()) beziers.push_back(PWBezier::initWithStartPoint(points.back()->center(), center));
+    points.push_back(LUMScalePoint::initWithX(knot.x, 0, center));
+  }
+  return LUMScaleContext::initWithBox(kBox, points, beziers, offsets);
+}
+
+double totalSeconds(const std::vector<LUMScaleTime>& times) {
+  double total = 0;
+  for (const LUMScaleTime& time : times) total += CMTimeGetSeconds(time.duration());
+  return total;
+}
+
+/// The bits come from exact fractions, rounded where the arithmetic rounds. The second half of the table lies where a product that
+/// is rounded before its sum would tip the last decimal.
+TEST(Speed, everyRoundingIsTheStatedOne) {
+  struct {
+    double top, bottom, y;
+    float speed;
+  } const table[] = {
+      {0, 100, 0, 10.0f},
+      {0, 100, 25, 5.5f},
+      {0, 100, 50, 1.0f},
+      {0, 100, 75, 0.6f},
+      {0, 100, 100, 0.2f},
+      {0, 100, 0x1.25365b68caaa2p+4, 0x1.acccccp+2f},
+      {0, 100, -0x1.02540059f3768p+1, 0x1.4b851ep+3f},
+      {0, 100, 0x1.583795bf66c80p+6, 0x1.ae147ap-2f},
+      {12.5, 333.3, 0x1.0769f42ca288ep+6, 0x1.c0a3d8p+2f},
+      {12.5, 333.3, 0x1.5176055898020p+8, 0x1.70a3d8p-3f},
+      {-7.7, 90.1, -0x1.d36030377bfaep+2, 0x1.3dc29p+3f},
+      {-7.7, 90.1, 0x1.acfb728bd669ep+5, 0x1.99999ap-1f},
+      {0, 100, 0x1.04p+4, 0x1.c51eb8p+2f},
+      {0, 100, 0x1.4271c6p+5, 0x1.6p+1f},
+      {0, 100, 0x1.8ae38ep+5, 0x1.1eb852p+0f},
+      {0, 100, 0x1.4c71c6p+2, 0x1.21eb86p+3f},
+      {12.5, 333.3, 0x1.98ae5p+5, 0x1.f51eb8p+2f},
+      {12.5, 333.3, 0x1.a2eb84p+6, 0x1.347ae2p+2f},
+      {12.5, 333.3, 0x1.448f5cp+5, 0x1.0d70a4p+3f},
+      {12.5, 333.3, 0x1.04133ap+7, 0x1.b33334p+1f},
+      {-7.7, 90.1, 0x1.2ef148p+6, 0x1.b851ecp-2f},
+      {-7.7, 90.1, 0x1.846714p+4, 0x1.070a3ep+2f},
+      {-7.7, 90.1, 0x1.2ede36p+5, 0x1.9eb852p+0f},
+      {-7.7, 90.1, 0x1.309b4ep+5, 0x1.947ae2p+0f},
+  };
+  for (const auto& row : table) {
+    const auto context = LUMScaleContext::initWithBox(CGRectMake(0, row.top, 1, row.bottom - row.top), {}, {}, {});
+    EXPECT_EQ(context->getSpeedForCenter({77, row.y}), double{row.speed}) << row.y << " in " << row.top << ".." << row.bottom;
+  }
+}
+
+TEST(Speed, isTheLabelReadBack) {
+  const auto check = [](const LUMScaleContext& context, double y) {
+    const std::string label = context.speedLabelForCenter({0, y});
+    const float read = std::strtof(label.c_str(), nullptr);
+    const auto speed = static_cast<float>(context.getSpeedForCenter({0, y}));
+    if (std::isnan(read) && std::isnan(speed)) return;
+    ASSERT_EQ(speed, read) << label << " at " << y;
+    ASSERT_EQ(std::signbit(speed), std::signbit(read)) << label << " at " << y;
+  };
+  const auto context = LUMScaleContext::initWithBox(kBox, {}, {}, {});
+  for (int i = -8'000; i <= 108'000; ++i) check(*context, i / 1000.0);
+  std::mt19937_64 random(7);
+  for (int i = 0; i < 200'000; ++i) check(*context, std::uniform_real_distribution<double>(-40, 140)(random));
+  for (int hundredths = -200; hundredths < 1200; ++hundredths) {
+    auto y = static_cast<float>(heightOf((hundredths + 0.5) / 100));
+    for (int i = 0; i < 4; ++i) y = std::nextafter(y, -1e9f);
+    for (int i = 0; i < 9; ++i, y = std::nextafter(y, 1e9f)) check(*context, double{y});
+  }
+  for (const double y : {1e5, -1e5, 1e9, -1e9, 3e15, -3e15, 1e30, -1e30, 1e38, -1e38, double{INFINITY}, double{NAN}}) {
+    check(*context, y);
+  }
+  const auto flat = LUMScaleContext::initWithBox(CGRectMake(0, 5, 9, 0), {}, {}, {});
+  for (const double y : {4.0, 5.0, 6.0}) check(*flat, y);
+  EXPECT_EQ(context->speedLabelForCenter({0, 75}), "0.60x");
+}
+
+TEST(ScaleContext, aConstantSpeedIsOneSegmentOverTheWholeContent) {
+  struct {
+    double speed, lengthSeconds, left, right, durationSeconds;
+  } const table[] = {{2, 10, 0, 0, 5}, {0.25, 10, 0, 0, 40}, {1, 7, 1, 2, 4}, {4, 10, 2, 0, 2}, {-2, 10, 0, 0, -5}};
+  for (const auto& row : table) {
+    const auto context = LUMScaleContext::initWithLinearSpeed(row.speed);
+    context->setOffsets({seconds(row.left), seconds(row.right)});
+    context->setCachedDuration(seconds(99));
+    const auto times = context->generateTimesForTrack(trackOf(seconds(row.lengthSeconds)));
+    ASSERT_EQ(times.size(), 1u);
+    EXPECT_EQ(CMTimeCompare(times[0].duration(), seconds(row.durationSeconds)), 0) << row.speed << times[0].duration();
+    EXPECT_TRUE(CMTimeRangeEqual(times[0].timeRange(), {seconds(row.left), seconds(row.lengthSeconds)})) << row.speed;
+    EXPECT_EQ(CMTimeCompare(times[0].start(), seconds(row.left)), 0);
+    EXPECT_EQ(CMTimeCompare(context->cachedDuration(), seconds(99)), 0) << "left alone";
+  }
+}
+
+TEST(ScaleContext, aCurveCoversItsContentInStepsWithoutGaps) {
+  struct {
+    std::string title;
+    std::vector<Knot> knots;
+    LUMScaleContext::Offsets offsets;
+    CMTime length;
+    size_t count;
+    CMTime from, to;
+    double totalSeconds;
+  } const table[] = {
+      {"1 to 4", {{0, 1}, {1, 4}}, {}, seconds(10), 100, seconds(0), seconds(10), 4.6587},
+      {"constant 3", {{0, 3}, {1, 3}}, {}, seconds(10), 100, seconds(0), seconds(10), 3.3337},
+      {"remainder", {{0, 2}, {1, 2}}, {}, seconds(1.25), 13, seconds(0), seconds(1.25), 0.625},
+      {"offsets", {{0, 2}, {1, 2}}, {seconds(1), seconds(2)}, seconds(10), 70, seconds(1), seconds(8), 3.5},
+      {"two pieces", {{0, 0.5}, {0.5f, 0.5}, {1, 0.5}}, {}, seconds(3), 30, seconds(0), seconds(3), 6},
+      {"fine timescale",
+       {{0, 1}, {1, 1}},
+       {},
+       CMTimeMake(44100 * 2 + 1, 44100),
+       21,
+       seconds(0),
+       CMTimeMake(88201, 44100),
+       88201 / 44100.0},
+      {"outside the box", {{0, 10.9}, {1, 10.9}}, {}, seconds(1), 10, seconds(0), seconds(1), 1 / 10.9},
+      {"part of the content", {{0.25f, 1}, {0.75f, 1}}, {}, seconds(4), 20, seconds(1), seconds(3), 2},
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.title);
+    const auto context = curve(row.knots, row.offsets);
+    const auto times = context->generateTimesForTrack(trackOf(row.length));
+    ASSERT_EQ(times.size(), row.count);
+    CMTime content = row.from, output = row.offsets.leftOffset;
+    for (const LUMScaleTime& time : times) {
+      EXPECT_EQ(CMTimeCompare(time.timeRange().start, content), 0);
+      EXPECT_EQ(CMTimeCompare(time.start(), output), 0);
+      EXPECT_LE(CMTimeCompare(time.timeRange().duration, CMTimeMake(1, 10)), 0);
+      content = CMTimeRangeGetEnd(time.timeRange());
+      output = CMTimeAdd(output, time.duration());
+    }
+    EXPECT_EQ(CMTimeCompare(content, row.to), 0) << content;
+    EXPECT_EQ(CMTimeCompare(context->cachedDuration(), output), 0);
+    EXPECT_NEAR(totalSeconds(times), row.totalSeconds, 5e-5 + 1e-5 * static_cast<double>(row.count));
+  }
+}
+
+TEST(ScaleContext, eachStepPlaysAtTheSpeedOfItsBeginning) {
+  const auto context = curve({{0, 1}, {1, 4}});
+  const auto times = context->generateTimesForTrack(trackOf(seconds(10)));
+  ASSERT_EQ(times.size(), 100u);
+  for (size_t i = 0; i < times.size(); ++i) {
+    char label[32];
+    std::snprintf(label, sizeof label, "%.2f", 1 + 3 * static_cast<double>(i) / 100);
+    EXPECT_NEAR(CMTimeGetSeconds(times[i].duration()), 0.1 / std::strtod(label, nullptr), 1.0 / 65536) << i;
+  }
+}
+
+TEST(ScaleContext, theParameterIsTimeAndNotTheCurvesOwnPosition) {
+  const auto bent = PWBezier::initWithOrigin({0, heightOf(1)}, {290, heightOf(1)}, {295, heightOf(4)}, {300, heightOf(4)});
+  const auto context = LUMScaleContext::initWithBox(
+      kBox, {LUMScalePoint::initWithX(0, 0, bent->C0()), LUMScalePoint::initWithX(1, 0, bent->C3())}, {bent}, {});
+  const auto times = context->generateTimesForTrack(trackOf(seconds(1)));
+  ASSERT_EQ(times.size(), 10u);
+  const double speed = context->getSpeedForCenter(bent->outputAtT(0.5));
+  EXPECT_NEAR(CMTimeGetSeconds(times[5].duration()), 0.1 / speed, 1e-5);
+}
+
+TEST(ScaleContext, aShortPieceIsTwoHalvesAtTheSpeedsOfItsPoints) {
+  const auto context = curve({{0.5f, 2}, {0.505f, 4}});
+  const auto times = context->generateTimesForTrack(trackOf(seconds(10)));
+  ASSERT_EQ(times.size(), 2u);
+  const double half = CMTimeGetSeconds(times[0].timeRange().duration);
+  EXPECT_NEAR(half, 0.025, 1e-4);
+  EXPECT_EQ(CMTimeCompare(times[0].timeRange().duration, times[1].timeRange().duration), 0);
+  EXPECT_EQ(CMTimeCompare(times[0].timeRange().start, seconds(5)), 0);
+  EXPECT_EQ(CMTimeCompare(times[1].timeRange().start, CMTimeRangeGetEnd(times[0].timeRange())), 0);
+  EXPECT_NEAR(CMTimeGetSeconds(times[0].duration()), half / 2, 2e-5);
+  EXPECT_NEAR(CMTimeGetSeconds(times[1].duration()), half / 4, 2e-5);
+  EXPECT_EQ(CMTimeCompare(times[1].start(), times[0].duration()), 0);
+  EXPECT_EQ(curve({{0, 1}, {1, 1}})->generateTimesForTrack(trackOf(CMTimeMake(1, 10))).size(), 2u) << "exactly one step is short";
+}
+
+TEST(ScaleContext, trimsShortenWhatTheCurveCovers) {
+  const auto track = trackOf(seconds(10));
+  track->setLeftTrimOffset(seconds(2));
+  track->setRightTrimOffset(seconds(3));
+  const auto context = curve({{0, 2}, {1, 2}}, {seconds(1), kCMTimeZero});
+  const auto times = context->generateTimesForTrack(track);
+  ASSERT_EQ(times.size(), 40u);
+  EXPECT_EQ(CMTimeCompare(times.front().timeRange().start, seconds(1)), 0) << "counted from the used content, not from the file";
+  EXPECT_EQ(CMTimeCompare(CMTimeRangeGetEnd(times.back().timeRange()), seconds(5)), 0);
+  EXPECT_EQ(CMTimeCompare(context->cachedDuration(), seconds(3)), 0);
+}
+
+TEST(ScaleContext, degenerateInputEndsAtOnce) {
+  const auto track = trackOf(seconds(10));
+  const LUMScaleContext::Offsets left{seconds(1), kCMTimeZero};
+  for (const auto& context : {curve({}, left), curve({{0, 1}}, left)}) {
+    EXPECT_TRUE(context->generateTimesForTrack(track).empty());
+    EXPECT_EQ(CMTimeCompare(context->cachedDuration(), seconds(1)), 0);
+  }
+  EXPECT_TRUE(curve({{0, 1}, {1, 1}})->generateTimesForTrack(nullptr).empty());
+  EXPECT_TRUE(curve({{0, 1}, {1, 1}})->generateTimesForTrack(trackOf(kCMTimePositiveInfinity)).empty());
+  EXPECT_TRUE(curve({{0, 1}, {NAN, 1}})->generateTimesForTrack(track).empty());
+  EXPECT_TRUE(curve({{0, 1}, {INFINITY, 1}})->generateTimesForTrack(track).empty());
+  EXPECT_EQ(curve({{1, 1}, {0, 1}})->generateTimesForTrack(track).size(), 2u) << "points that go back";
+  std::string line;
+  const auto before = NSLogSetSink([&](const std::string& text) { line = text; });
+  EXPECT_TRUE(curve({{0, 1}, {1, 1}})->generateTimesForTrack(trackOf(CMTimeMake(int64_t{1} << 60, 1))).empty());
+  NSLogSetSink(before);
+  EXPECT_NE(line.find("too long"), std::string::npos);
+  const CMTime farAway = CMTimeMake(int64_t{1} << 62, 1);
+  EXPECT_LE(curve({{0, 1}, {1, 1}}, {farAway, kCMTimeZero})->generateTimesForTrack(trackOf(CMTimeAdd(farAway, seconds(60)))).size(),
+            600u);
+}
+
+TEST(ScaleContext, impossibleSpeedsShowInTheDurations) {
+  const auto track = trackOf(seconds(10));
+  EXPECT_TRUE(CMTIME_IS_INVALID(LUMScaleContext::initWithLinearSpeed(0)->generateTimesForTrack(track)[0].duration()));
+  EXPECT_EQ(CMTimeCompare(LUMScaleContext::initWithLinearSpeed(INFINITY)->generateTimesForTrack(track)[0].duration(), kCMTimeZero),
+            0);
+  const auto stopped = curve({{0, 0}, {1, 0}})->generateTimesForTrack(track);
+  ASSERT_EQ(stopped.size(), 100u);
+  EXPECT_TRUE(CMTIME_IS_INVALID(stopped.back().duration()));
+  const auto backwards = curve({{0, -0.5}, {1, -0.5}})->generateTimesForTrack(track);
+  EXPECT_NEAR(totalSeconds(backwards), -20, 1e-3);
+}
+
+TEST(ScaleContext, offsetsThatAreNoNumbersBecomeZero) {
+  const auto context = curve({{0, 1}, {1, 1}}, {kCMTimeIndefinite, kCMTimeInvalid});
+  EXPECT_EQ(CMTimeCompare(context->offsets().leftOffset, kCMTimeZero), 0);
+  EXPECT_EQ(CMTimeCompare(context->offsets().rightOffset, kCMTimeZero), 0);
+  const CMTime withoutTimescale{5, 0, kCMTimeFlags_Valid, 0};
+  for (const CMTime& bad : {kCMTimePositiveInfinity, kCMTimeNegativeInfinity, kCMTimeIndefinite, CMTime{}, withoutTimescale}) {
+    context->setOffsets({bad, seconds(2)});
+    EXPECT_EQ(CMTimeCompare(context->offsets().leftOffset, kCMTimeZero), 0) << bad;
+    EXPECT_EQ(CMTimeCompare(context->offsets().rightOffset, seconds(2)), 0) << "the good one is kept";
+  }
+}
+
+TEST(ScaleContext, copiesCarryOnlyWhatDefinesThem) {
+  const auto context = curve({{0, 1}, {1, 4}}, {seconds(1), seconds(2)});
+  context->userInfo()["name"] = 1;
+  context->setCachedDuration(seconds(5));
+  const auto copy = context->copy();
+  EXPECT_EQ(copy->box(), context->box());
+  EXPECT_EQ(CMTimeCompare(copy->offsets().rightOffset, seconds(2)), 0);
+  ASSERT_EQ(copy->points().size(), 2u);
+  EXPECT_NE(copy->points()[0], context->points()[0]);
+  EXPECT_EQ(copy->points()[1]->center(), context->points()[1]->center());
+  EXPECT_EQ(copy->beziers(), context->beziers()) << "curves are shared";
+  EXPECT_TRUE(copy->userInfo().empty());
+  EXPECT_TRUE(CMTIME_IS_INVALID(copy->cachedDuration()));
+
+  const auto constant = LUMScaleContext::initWithLinearSpeed(0.1);
+  constant->setOffsets({seconds(1), seconds(1)});
+  const auto constantCopy = constant->copy();
+  EXPECT_EQ(constantCopy->linearSpeed(), double{0.1f});
+  EXPECT_EQ(CMTimeCompare(constantCopy->offsets().leftOffset, kCMTimeZero), 0);
+
+  LUMScaleTime time(seconds(1), {seconds(2), seconds(3)}, seconds(4));
+  time.userInfo()["name"] = 1;
+  const auto timeCopy = time.copy();
+  EXPECT_TRUE(timeCopy->userInfo().empty());
+  EXPECT_EQ(CMTimeCompare(timeCopy->start(), seconds(4)), 0);
+}
+
+TEST(ScaleContext, aListIsOneAllocation) {
+  const auto context = curve({{0, 1}, {0.5f, 4}, {1, 0.5}});
+  const std::shared_ptr<const LUMTrack> track = trackOf(seconds(10));
+  const int64_t before = test::allocationCount();
+  const auto times = context->generateTimesForTrack(track);
+  EXPECT_EQ(test::allocationCount() - before, 1);
+  EXPECT_EQ(times.size(), 100u);
+}
+
+TEST(ScaleContextDeathTest, aMissingCurveStopsTheProgramWithItsNumber) {
+  std::vector<std::shared_ptr<LUMScalePoint>> points;
+  for (const float x : {0.0f, 0.5f, 1.0f}) points.push_back(LUMScalePoint::initWithX(x, 0, {0, 50}));
+  const auto context = LUMScaleContext::initWithBox(kBox, points, {PWBezier::initWithStartPoint({0, 50}, {0, 50})}, {});
+  EXPECT_DEATH(context->generateTimesForTrack(trackOf(seconds(10))), "generateTimesForTrack: curve 1 is missing");
+}
+
+}  // namespace
+}  // namespace vidloom

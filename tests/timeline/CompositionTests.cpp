@@ -1,0 +1,195 @@
+#include <gmock/gmock.h>
+
+#include "tests/timeline/TimelineFixtures.h"
+#include "vidloom/timeline/LUMAVAssetTrack.h"
+#include "vidloom/timeline/LUMComposition.h"
+#include "vidloom/timeline/LUMInstruction.h"
+
+namespace vidloom {
+namespace {
+
+using test::assetOf;
+using test::seconds;
+using test::videoOf;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::shared_ptr<LUMTrack> trackAt(uint64_t id, double start, double duration) {
+  auto track = LUMTrack::initWithId(id);
+  track->updateAssetDuration(seconds(duration));
+  track->setStart(seconds(start));
+  return track;
+}
+
+std::shared_ptr<LUMInstruction> instructionAt(uint64_t id, double start, const std::vector<std::shared_ptr<LUMTrack>>& tracks) {
+  auto instruction = LUMInstruction::initWithId(id);
+  instruction->setStart(seconds(start));
+  instruction->addTracks(tracks);
+  return instruction;
+}
+
+template <class Objects>
+std::vector<uint64_t> idsOf(const Objects& objects) {
+  std::vector<uint64_t> ids;
+  for (const auto& object : objects) ids.push_back(object->objectId());
+  return ids;
+}
+
+TEST(Instruction, lastsUntilItsLatestTrackEnds) {
+  const auto instruction = LUMInstruction::initWithId(1);
+  EXPECT_TRUE(CMTimeRangeEqual(instruction->timeRange(), kCMTimeRangeZero));
+  const auto last = trackAt(1, 1, 2);
+  instruction->addTracks({last, nullptr, trackAt(2, 0, 2.5)});
+  EXPECT_EQ(CMTimeCompare(instruction->duration(), seconds(3)), 0);
+  EXPECT_EQ(instruction->removeTrack(99), nullptr);
+  EXPECT_EQ(CMTimeCompare(instruction->duration(), seconds(3)), 0);
+  last->setStart(seconds(9));
+  EXPECT_EQ(CMTimeCompare(instruction->duration(), seconds(3)), 0) << "until told";
+  instruction->invalidate();
+  EXPECT_EQ(CMTimeCompare(instruction->duration(), seconds(11)), 0);
+  EXPECT_EQ(instruction->removeTrack(1), last);
+  EXPECT_EQ(CMTimeCompare(instruction->duration(), seconds(2.5)), 0);
+  instruction->addTracks({trackAt(3, -9, 2)});
+  EXPECT_EQ(CMTimeCompare(instruction->duration(), seconds(2.5)), 0) << "ends before the instruction begins";
+}
+
+TEST(Instruction, ofEqualIdsTheFirstAnswersAndRemovingTakesEveryOccurrenceOfIt) {
+  const auto first = trackAt(5, 0, 1), second = trackAt(5, 0, 4);
+  const auto instruction = instructionAt(1, 0, {first, second, first});
+  EXPECT_EQ(instruction->getTrack(5), first);
+  EXPECT_EQ(instruction->removeTrack(5), first);
+  EXPECT_THAT(instruction->getAllTracks(), ElementsAre(second));
+  EXPECT_EQ(instruction->getTrack(5), second);
+}
+
+TEST(Instruction, findsTracksByExactTimesOrByFrames) {
+  const auto instruction = instructionAt(1, 100, {trackAt(1, 0, 1), trackAt(2, 1, 1), trackAt(3, 3, 1)});
+  struct {
+    CMTime time;
+    std::vector<uint64_t> exactly, byFramesAt30;
+  } const table[] = {
+      {seconds(0), {1}, {1}},
+      {seconds(1), {1, 2}, {1, 2}},
+      {CMTimeMake(1010, 1000), {2}, {1, 2}},
+      {CMTimeMake(2020, 1000), {}, {2}},
+      {seconds(2.5), {}, {}},
+      {seconds(4), {3}, {3}},
+  };
+  for (const auto& row : table) {
+    EXPECT_EQ(idsOf(instruction->tracksForTime(row.time)), row.exactly) << row.time;
+    EXPECT_EQ(idsOf(instruction->tracksForTime(row.time, 30)), row.byFramesAt30) << row.time;
+  }
+}
+
+TEST(Composition, lastsAsLongAsItsLongestInstruction) {
+  const auto composition = LUMComposition::initWithSize({1080, 1920}, 30);
+  EXPECT_EQ(CMTimeCompare(composition->duration(), kCMTimeZero), 0);
+  EXPECT_TRUE(composition->isEmpty());
+  composition->addInstructions({instructionAt(1, 0, {trackAt(1, 0, 5)}), nullptr, instructionAt(2, 4, {trackAt(2, 0, 3)})});
+  EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(5)), 0);
+  EXPECT_FALSE(composition->isEmpty());
+  composition->getTrack(2, 2)->setStart(seconds(7));
+  composition->invalidate();
+  EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(10)), 0);
+}
+
+TEST(Composition, editsByIdsAndIgnoresUnknownOnes) {
+  const auto composition = LUMComposition::initWithSize({2, 2}, 30);
+  const auto first = instructionAt(7, 0, {}), again = instructionAt(7, 0, {}), other = instructionAt(8, 0, {});
+  composition->addInstructions({first, again, other, first});
+  composition->addTracks({trackAt(1, 0, 1)}, 7);
+  composition->addTracks({trackAt(1, 0, 2), trackAt(2, 0, 2)}, 8);
+  composition->addTracks({trackAt(3, 0, 1)}, 99);
+  EXPECT_THAT(idsOf(composition->allTracks()), ElementsAre(1, 1, 2, 1));
+  EXPECT_EQ(composition->getInstruction(7), first);
+  EXPECT_EQ(composition->getInstructionForTrackAtId(1), first);
+  EXPECT_EQ(composition->getInstructionForTrackAtId(2), other);
+  EXPECT_EQ(composition->getInstructionForTrackAtId(3), nullptr);
+  EXPECT_EQ(CMTimeCompare(composition->getTrack(1, 8)->duration(), seconds(2)), 0);
+  EXPECT_EQ(composition->getTrack(1, 99), nullptr);
+  EXPECT_EQ(composition->removeTrack(1, 99), nullptr);
+  EXPECT_EQ(composition->removeInstruction(99), nullptr);
+  EXPECT_EQ(composition->removeTrack(2, 8)->objectId(), 2u);
+  EXPECT_EQ(composition->removeInstruction(7), first);
+  EXPECT_THAT(composition->getCompositionInstructions(), ElementsAre(again, other));
+}
+
+TEST(Composition, findsTheTracksOfATimeWithinTheirInstructions) {
+  const auto composition = LUMComposition::initWithSize({2, 2}, 30);
+  const auto shared = trackAt(3, 0, 2);
+  composition->addInstructions({instructionAt(1, 0, {trackAt(1, 0, 1), shared}), instructionAt(2, 2, {shared, trackAt(4, 0, 5)})});
+  struct {
+    CMTime time;
+    std::vector<uint64_t> instructions, instructionsByFrames, tracks;
+  } const table[] = {
+      {seconds(0.5), {1}, {1}, {1, 3}},
+      {seconds(1.5), {1}, {1}, {3}},
+      {seconds(2), {1, 2}, {1, 2}, {3, 3, 4}},
+      {CMTimeMake(2010, 1000), {2}, {1, 2}, {3, 3, 4}},
+      {seconds(2.5), {2}, {2}, {3, 4}},
+      {seconds(7), {2}, {2}, {4}},
+      {seconds(8), {}, {}, {}},
+  };
+  for (const auto& row : table) {
+    EXPECT_EQ(idsOf(composition->INSTRUCTIONS_AT_TIME(row.time)), row.instructions) << row.time;
+    EXPECT_EQ(idsOf(composition->INSTRUCTIONS_AT_TIME(row.time, 30)), row.instructionsByFrames) << row.time;
+    EXPECT_EQ(idsOf(composition->tracksForTime(row.time)), row.tracks) << row.time;
+  }
+}
+
+std::map<std::string, std::string> printed(const NSDictionary& dictionary) {
+  std::map<std::string, std::string> text;
+  for (const auto& [key, value] : dictionary) {
+    const auto* word = std::any_cast<std::string>(&value);
+    text[key] = word != nullptr ? *word : std::to_string(std::any_cast<int64_t>(value));
+  }
+  return text;
+}
+
+class HostTrack : public LUMTrack {
+ public:
+  static std::shared_ptr<HostTrack> initWithId(uint64_t objectId) {
+    auto track = std::make_shared<HostTrack>();
+    return track->prepareWithId(objectId) ? track : nullptr;
+  }
+};
+
+TEST(Composition, theSummaryCountsClassesAndKeysItsNumbers) {
+  const auto composition = LUMComposition::initWithSize({1080, 720.5}, 25);
+  const auto instruction = instructionAt(1, 0, {});
+  composition->addInstructions({instruction});
+  EXPECT_TRUE(composition->isEmpty());
+  using Entries = std::map<std::string, std::string>;
+  EXPECT_EQ(printed(composition->mapRepresentation()), (Entries{{"25", "FPS"}, {"{1080, 720.5}", "SIZE"}, {"0", "DURATION"}}));
+  const auto file = assetOf({videoOf(25.9)});
+  composition->addTracks({LUMAVAssetTrack::initWithAVAsset(file, 1), HostTrack::initWithId(2), trackAt(3, 0, 1),
+                          LUMAVAssetTrack::initWithAVAsset(file, 4)},
+                         1);
+  EXPECT_EQ(
+      printed(composition->mapRepresentation()),
+      (Entries{{"25", "DURATION"}, {"{1080, 720.5}", "SIZE"}, {"LUMAVAssetTrack", "2"}, {"HostTrack", "1"}, {"LUMTrack", "1"}}))
+      << "25.9 s at 25 frames a second";
+  const auto noFile = LUMComposition::initWithSize({1, 1}, 30);
+  noFile->addInstructions({instructionAt(1, 0, {LUMAVAssetTrack::initWithAVAsset(nullptr, 1)})});
+  EXPECT_EQ(printed(noFile->mapRepresentation())["0"], "DURATION") << "an invalid duration";
+}
+
+TEST(Composition, listsAreTheHostsToEdit) {
+  const auto composition = LUMComposition::initWithSize({2, 2}, 30);
+  const auto instruction = instructionAt(1, 0, {});
+  composition->instructions().push_back(instruction);
+  const auto snapshot = composition->getCompositionInstructions();
+  instruction->tracks().push_back(trackAt(1, 0, 2));
+  composition->invalidate();
+  EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(2)), 0);
+  composition->instructions().clear();
+  EXPECT_THAT(composition->getCompositionInstructions(), IsEmpty());
+  EXPECT_THAT(snapshot, ElementsAre(instruction));
+  composition->updateRenderSize({4, 6});
+  composition->updateFPS(60);
+  EXPECT_EQ(composition->renderSize(), (CGSize{4, 6}));
+  EXPECT_EQ(composition->fps(), 60u);
+}
+
+}  // namespace
+}  // namespace vidloom
