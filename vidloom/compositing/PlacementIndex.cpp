@@ -18,19 +18,21 @@ PlacementIndex::Span PlacementIndex::spanOf(const CMTimeRange& range) {
 }
 
 void PlacementIndex::Row::add(const Span& span) {
-  const auto next = ordered_.lower_bound(span.startSeconds);
-  const bool fits = span.startSeconds <= span.endSeconds && (next == ordered_.end() || span.endSeconds < next->first) &&
-                    (next == ordered_.begin() || std::prev(next)->second < span.startSeconds);
+  const auto next = std::lower_bound(ordered_.begin(), ordered_.end(), span,
+                                     [](const Span& a, const Span& b) { return a.startSeconds < b.startSeconds; });
+  const bool fits = span.startSeconds <= span.endSeconds && (next == ordered_.end() || span.endSeconds < next->startSeconds) &&
+                    (next == ordered_.begin() || std::prev(next)->endSeconds < span.startSeconds);
   if (fits)
-    ordered_.emplace_hint(next, span.startSeconds, span.endSeconds);
+    ordered_.insert(next, span);
   else
     unordered_.push_back(span);
 }
 
 bool PlacementIndex::Row::hasRoom(const Span& span) const {
   // Of the spans that do not start behind the new one, the last also ends last.
-  const auto behind = std::isnan(span.endSeconds) ? ordered_.end() : ordered_.upper_bound(span.endSeconds);
-  if (behind != ordered_.begin() && !(std::prev(behind)->second < span.startSeconds)) return false;
+  const auto behind = std::upper_bound(ordered_.begin(), ordered_.end(), span.endSeconds,
+                                       [](double end, const Span& other) { return end < other.startSeconds; });
+  if (behind != ordered_.begin() && !(std::prev(behind)->endSeconds < span.startSeconds)) return false;
   return std::all_of(unordered_.begin(), unordered_.end(), [&](const Span& other) { return leaveRoom(other, span); });
 }
 
@@ -73,7 +75,11 @@ void PlacementIndex::grow() {
 }
 
 void PlacementIndex::refresh(size_t row) {
-  for (size_t node = (capacity_ + row) / 2; node > 0; node /= 2) tree_[node] = join(tree_[2 * node], tree_[2 * node + 1]);
+  for (size_t node = (capacity_ + row) / 2; node > 0; node /= 2) {
+    const Summary summary = join(tree_[2 * node], tree_[2 * node + 1]);
+    if (summary == tree_[node]) return;
+    tree_[node] = summary;
+  }
 }
 
 std::optional<size_t> PlacementIndex::search(size_t node, const Span& span) const {

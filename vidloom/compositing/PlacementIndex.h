@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
 #include <optional>
 #include <vector>
 
@@ -35,8 +34,8 @@ class PlacementIndex {
     bool hasRoom(const Span& span) const;
 
    private:
-    std::map<double, double> ordered_;  // start to end; with each start the end grows
-    std::vector<Span> unordered_;       // ends before it starts, is not a number, or overlaps
+    std::vector<Span> ordered_;    // by start; the ends grow too
+    std::vector<Span> unordered_;  // what ends before it starts, is not a number, or overlaps
   };
   /// What is known of a stretch of rows: enough to rule out that any of them has room.
   struct Summary {
@@ -44,6 +43,7 @@ class PlacementIndex {
     double latestStart;
     bool hasEmptyRow;
     bool rulesOut(const Span& span) const;
+    friend bool operator==(const Summary&, const Summary&) = default;
   };
   static Summary nothing();
   static Summary join(const Summary& a, const Summary& b);

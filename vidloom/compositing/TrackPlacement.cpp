@@ -138,11 +138,9 @@ void TrackPlacement::placeAudio(const std::shared_ptr<LUMTrack>& track, const st
 }
 
 void TrackPlacement::fillStillSlots(uint64_t fps) {
-  const Items items = items_;
-  for (const auto& item : items) {
-    if (item->innerTracks().empty()) continue;
-    const auto last = item->innerTracks().back();
-    if (last->isContentStatic()) fillStillSlot(*item->track(), *last, fps);
+  for (const auto& item : items_) {
+    const auto& inner = item->innerTracks();
+    if (!inner.empty() && inner.back()->isContentStatic()) fillStillSlot(*item->track(), *inner.back(), fps);
   }
 }
 

@@ -1,7 +1,7 @@
 // A composition: source media laid out on tracks.
 #pragma once
 
-#include <set>
+#include <unordered_set>
 
 #include "vidloom/platform/avfoundation/AVAsset.h"
 #include "vidloom/platform/avfoundation/AVCompositionTrack.h"
@@ -34,7 +34,7 @@ class AVMutableComposition : public AVComposition {
 
  private:
   AVMutableComposition() = default;
-  std::set<CMPersistentTrackID> usedIDs_;
+  std::unordered_set<CMPersistentTrackID> usedIDs_;
   CMPersistentTrackID nextID_ = 1;
 };
 

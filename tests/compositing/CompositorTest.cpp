@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "tests/compositing/Timelines.h"
+#include "tests/support/Fixtures.h"
+#include "vidloom/platform/corevideo/CVPixelBuffer.h"
+#include "vidloom/platform/dispatch/dispatch.h"
+#include "vidloom/timeline/LUMRenderSettings.h"
+
+namespace vidloom {
+namespace {
+
+class FakeRequest : public AVAsynchronousVideoCompositionRequest {
+ public:
+  explicit FakeRequest(std::shared_ptr<AVVideoCompositionInstruction> instruction) : instruction_(std::move(instruction)) {}
+  CMTime compositionTime() const override { return kCMTimeZero; }
+  std::shared_ptr<const AVVideoCompositionRenderContext> renderContext() const override { return nullptr; }
+  std::shared_ptr<AVVideoCompositionInstruction> videoCompositionInstruction() const override { return instruction_; }
+  std::vector<CMPersistentTrackID> sourceTrackIDs() const override { return {}; }
+  CVPixelBufferRef sourceFrameByTrackID(CMPersistentTrackID) const override { return nullptr; }
+  void finishWithComposedVideoFrame(const CVPixelBufferRef&) override { ending = "frame"; }
+  void finishWithError(const NSError& given) override {
+    error = given;
+    ending = "error";
+  }
+  void finishCancelledRequest() override { ending = "cancelled"; }
+
+  std::string ending;
+  NSError error;
+
+ private:
+  std::shared_ptr<AVVideoCompositionInstruction> instruction_;
+};
+
+/// Finishes every request at once and remembers where it was asked.
+class Drawer : public LUMAVAsyncDrawDelegate {
+ public:
+  void drawAsync(const std::shared_ptr<AVAsynchronousVideoCompositionRequest>& request,
+                 const std::shared_ptr<LUMAVRoutePipeline>& pipeline) override {
+    pipelines.push_back(pipeline);
+    onQueue = dispatch_queue_is_current(queue);
+    request->finishWithComposedVideoFrame(nullptr);
+  }
+  dispatch_queue_t queue;
+  bool onQueue = false;
+  std::vector<std::shared_ptr<LUMAVRoutePipeline>> pipelines;
+};
+
+class Compositor : public ::testing::Test {
+ protected:
+  std::shared_ptr<FakeRequest> start() {
+    auto request = std::make_shared<FakeRequest>(instruction);
+    compositor->startVideoCompositionRequest(request);
+    return request;
+  }
+  void drain() {
+    dispatch_sync(compositor->renderingQueue(), [] {});
+  }
+  std::shared_ptr<LUMAVComposition> compositor = LUMAVComposition::init();
+  std::shared_ptr<LUMAVCompositionInstruction> instruction = LUMAVCompositionInstruction::initWithComposition(timelineOf({}));
+};
+
+TEST_F(Compositor, HandsRequestsToTheDelegateOnItsQueue) {
+  const auto drawer = std::make_shared<Drawer>();
+  drawer->queue = compositor->renderingQueue();
+  instruction->setDelegate(drawer);
+  const auto request = start();
+  drain();
+  EXPECT_EQ(request->ending, "frame");
+  EXPECT_TRUE(drawer->onQueue);
+  ASSERT_EQ(drawer->pipelines.size(), 1u);
+  EXPECT_EQ(drawer->pipelines[0], instruction);
+  EXPECT_EQ(dispatch_queue_get_label(compositor->renderingQueue()), "corvane.compositor_serial_queue");
+}
+
+TEST_F(Compositor, FailsRequestsWithoutADelegate) {
+  testing::LogCapture log;
+  instruction->setDelegate(std::make_shared<Drawer>());  // gone at once
+  const auto request = start();
+  drain();
+  EXPECT_EQ(request->ending, "error");
+  EXPECT_EQ(request->error.domain(), "LUMAVCompositionInstruction");
+  EXPECT_EQ(request->error.code(), 202);
+  EXPECT_EQ(request->error.localizedDescription(), "Please implement LUMAVAsyncDrawDelegate delegate");
+  EXPECT_TRUE(log.contains({"[LUMLog] Please implement LUMAVAsyncDrawDelegate delegate"}));
+}
+
+TEST_F(Compositor, CancelsWhatIsQueuedAndServesWhatComesAfter) {
+  const auto drawer = std::make_shared<Drawer>();
+  instruction->setDelegate(drawer);
+  const auto gate = dispatch_semaphore_create(0);
+  dispatch_async(compositor->renderingQueue(), [gate] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
+  const auto queued = start();
+  compositor->cancelAllPendingVideoCompositionRequests();
+  EXPECT_TRUE(compositor->shouldCancelAllRequests());
+  const auto later = start();
+  dispatch_semaphore_signal(gate);
+  drain();
+  EXPECT_EQ(queued->ending, "cancelled");
+  EXPECT_EQ(later->ending, "frame");
+  EXPECT_FALSE(compositor->shouldCancelAllRequests());
+  EXPECT_EQ(drawer->pipelines.size(), 1u);
+}
+
+TEST_F(Compositor, ServesWhatIsQueuedAlsoWhenItIsGone) {
+  const auto drawer = std::make_shared<Drawer>();
+  instruction->setDelegate(drawer);
+  const auto queue = compositor->renderingQueue();
+  const auto gate = dispatch_semaphore_create(0);
+  dispatch_async(queue, [gate] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
+  const auto request = start();
+  compositor->cancelAllPendingVideoCompositionRequests();
+  compositor.reset();
+  dispatch_semaphore_signal(gate);
+  dispatch_sync(queue, [] {});
+  EXPECT_EQ(request->ending, "frame");
+}
+
+TEST_F(Compositor, RefusesAnInstructionThatIsNotItsOwn) {
+  const auto request = std::make_shared<FakeRequest>(AVMutableVideoCompositionInstruction::videoCompositionInstruction());
+  compositor->startVideoCompositionRequest(request);
+  drain();
+  EXPECT_EQ(request->ending, "error");
+}
+
+TEST_F(Compositor, AsksForTheFormatOfTheSettings) {
+  const auto settings = LUMRenderSettings::shared();
+  for (const bool yCbCr : {true, false}) {
+    settings->setIsYCbCrPixelFormatSupported(yCbCr);
+    for (const auto& attributes :
+         {compositor->sourcePixelBufferAttributes(), compositor->requiredPixelBufferAttributesForRenderContext()}) {
+      double format = 0;
+      ASSERT_TRUE(numberValue(attributes, kCVPixelBufferPixelFormatTypeKey, format));
+      EXPECT_EQ(format, yCbCr ? 0x34323066 : 0x42475241);
+      EXPECT_EQ(attributes.size(), 3u);
+    }
+  }
+  settings->setIsYCbCrPixelFormatSupported(true);
+}
+
+}  // namespace
+}  // namespace vidloom

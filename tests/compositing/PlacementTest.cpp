@@ -1,0 +1,224 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "tests/compositing/Timelines.h"
+#include "tests/support/Fixtures.h"
+#include "vidloom/platform/avfoundation/AVURLAsset.h"
+#include "vidloom/timeline/LUMAVAssetTrack.h"
+#include "vidloom/timeline/LUMGlobal.h"
+
+namespace vidloom {
+namespace {
+
+using testing::ClipSpec;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testing::LogCapture;
+using Ids = std::vector<std::vector<uint64_t>>;
+
+Ids placedVideo(const std::vector<Tracks>& instructions) {
+  return idsPlaced(*pipelineOf(*LUMAVComposition::buildCompositionData(timelineOf(instructions))), AVMediaTypeVideo);
+}
+
+TEST(Placement, ReusesACompositionTrackOnlyWhereRangesLieApart) {
+  const auto first = trackAt(1, 0, 2);
+  const struct {
+    const char* what;
+    std::shared_ptr<LUMTrack> second;
+    Ids placed;
+  } rows[] = {
+      {"touching", trackAt(2, 2, 1), {{1}, {2}}},
+      {"apart", trackAt(2, 3, 1), {{1, 2}}},
+      {"apart by one tick", trackAt(2, CMTimeMake(1201, 600), CMTimeMake(600, 600)), {{1, 2}}},
+      {"overlapping", trackAt(2, 1, 3), {{1}, {2}}},
+      {"inside", trackAt(2, CMTimeMake(1, 2), CMTimeMake(1, 2)), {{2}, {1}}},
+      {"the same", trackAt(2, 0, 2), {{1}, {2}}},
+      {"of no length, at the end", trackAt(2, 2, 0), {{1}, {2}}},
+  };
+  for (const auto& row : rows) EXPECT_EQ(placedVideo({{first, row.second}}), row.placed) << row.what;
+}
+
+TEST(Placement, TakesTracksThatEndEarlierFirstAndKeepsTheOrderOfTies) {
+  EXPECT_EQ(placedVideo({{trackAt(1, 0, 5), trackAt(2, 1, 2)}, {trackAt(3, 0, 5), trackAt(4, 0, 3), trackAt(5, 2, 1)}}),
+            (Ids{{2}, {4}, {5}, {1}, {3}}));
+}
+
+TEST(Placement, PlacesATrackOfTwoInstructionsTwice) {
+  const auto shared = trackAt(7, 0, 1);
+  EXPECT_EQ(placedVideo({{shared}, {trackAt(8, 5, 1), shared}}), (Ids{{7, 8}, {7}}));
+}
+
+TEST(Placement, IsThatOfThePlainLoopOnRandomTimelines) {
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<int> count(1, 60), start(0, 900), length(0, 200), oneIn(0, 9);
+  for (int round = 0; round < 100; ++round) {
+    Tracks tracks;
+    for (int i = count(random); i > 0; --i) {
+      tracks.push_back(trackAt(tracks.size(), CMTimeMake(start(random), 60), CMTimeMake(length(random), 60)));
+      if (oneIn(random) == 0) tracks.back()->setLeftTrimOffset(CMTimeMake(start(random), 60));  // may trim away more than there is
+    }
+    Tracks sorted = tracks;
+    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
+      return CMTimeCompare(CMTimeAdd(a->start(), a->duration()), CMTimeAdd(b->start(), b->duration())) < 0;
+    });
+    std::vector<Tracks> expected;
+    for (const auto& track : sorted) {
+      const auto free = std::find_if(expected.begin(), expected.end(), [&](const Tracks& row) {
+        return std::none_of(row.begin(), row.end(), [&](const auto& other) {
+          return LUMGlobal::CMTIMERANGE_IS_INTERSECT(other->trackGlobalTimeRange(), track->trackGlobalTimeRange());
+        });
+      });
+      (free == expected.end() ? expected.emplace_back() : *free).push_back(track);
+    }
+    Ids expectedIds;
+    for (const Tracks& row : expected) {
+      expectedIds.emplace_back();
+      for (const auto& track : row) expectedIds.back().push_back(track->objectId());
+    }
+    ASSERT_EQ(placedVideo({tracks}), expectedIds) << "round " << round;
+  }
+}
+
+TEST(Placement, SeesWhatTheHostChangedInTheListBetweenTwoTracks) {
+  const auto pipeline = LUMAVCompositionInstruction::initWithComposition(timelineOf({}));
+  const auto comp = AVMutableComposition::composition();
+  const auto first = pipeline->preferdAVVideoCompositionTrackForRange(trackAt(1, 0, 2), AVMediaTypeVideo, comp);
+  pipeline->composition_tracks().front()->innerTracks() = {trackAt(9, 10, 2)};
+  EXPECT_EQ(pipeline->preferdAVVideoCompositionTrackForRange(trackAt(2, 1, 2), AVMediaTypeVideo, comp), first);
+  pipeline->setComposition_tracks({});
+  EXPECT_NE(pipeline->preferdAVVideoCompositionTrackForRange(trackAt(3, 50, 1), AVMediaTypeVideo, comp), first);
+}
+
+TEST(Placement, KeepsPicturesAndSoundOnTracksOfTheirOwn) {
+  const auto pipeline = LUMAVCompositionInstruction::initWithComposition(timelineOf({}));
+  const auto comp = AVMutableComposition::composition();
+  const auto video = pipeline->preferdAVVideoCompositionTrackForRange(trackAt(1, 0, 2), AVMediaTypeVideo, comp);
+  const auto audio = pipeline->preferdAVVideoCompositionTrackForRange(trackAt(1, 0, 2), AVMediaTypeAudio, comp);
+  EXPECT_NE(video, audio);
+  EXPECT_EQ(audio->mediaType(), AVMediaTypeAudio);
+  EXPECT_EQ(pipeline->preferdAVVideoCompositionTrackForRange(trackAt(2, 3, 2), AVMediaTypeAudio, comp), audio);
+  EXPECT_EQ(comp->tracks().size(), 2u);
+}
+
+TEST(Placement, FindsTheVideoTrackOfAnObjectIdTheLastOneWinning) {
+  const auto pipeline = LUMAVCompositionInstruction::initWithComposition(timelineOf({}));
+  const auto comp = AVMutableComposition::composition();
+  pipeline->preferdAVVideoCompositionTrackForRange(trackAt(1, 0, 2), AVMediaTypeVideo, comp);
+  const auto later = pipeline->preferdAVVideoCompositionTrackForRange(trackAt(1, 0, 2), AVMediaTypeVideo, comp);
+  pipeline->preferdAVVideoCompositionTrackForRange(trackAt(2, 0, 2), AVMediaTypeAudio, comp);
+  EXPECT_EQ(pipeline->pixelBufferTrackIdForTrack(trackAt(1, 9, 9)), later->trackID());
+  EXPECT_EQ(pipeline->pixelBufferTrackIdForTrack(trackAt(2, 0, 2)), std::nullopt);
+  EXPECT_EQ(pipeline->pixelBufferTrackIdForTrack(nullptr), std::nullopt);
+}
+
+// ---- with media ----
+
+std::shared_ptr<AVAsset> clip(double videoSeconds, double audioSeconds) {
+  ClipSpec spec;
+  spec.frameCount = static_cast<int>(videoSeconds * 30);
+  spec.sound = testing::noise(static_cast<int64_t>(audioSeconds * 48000), 1);
+  return AVAsset::assetWithURL(testing::makeClip(spec));
+}
+
+std::shared_ptr<LUMAVAssetTrack> mediaTrack(uint64_t id, const std::shared_ptr<AVAsset>& asset, const CMTime& start = kCMTimeZero) {
+  auto track = LUMAVAssetTrack::initWithAVAsset(asset, id);
+  track->setStart(start);
+  return track;
+}
+
+struct Placed {
+  Ids video, audio;
+  std::shared_ptr<AVMutableComposition> layout;
+};
+
+Placed place(const Tracks& tracks) {
+  const auto data = LUMAVComposition::buildCompositionData(timelineOf({tracks}));
+  const auto pipeline = pipelineOf(*data);
+  return {idsPlaced(*pipeline, AVMediaTypeVideo), idsPlaced(*pipeline, AVMediaTypeAudio), data->composition()};
+}
+
+double endSeconds(const AVAssetTrack& track) { return CMTimeGetSeconds(CMTimeRangeGetEnd(track.timeRange())); }
+
+TEST(PlacementOfMedia, LaysPictureAndSoundAtTheTracksStart) {
+  const auto track = mediaTrack(1, clip(2, 2), CMTimeMake(1, 1));
+  track->setLeftTrimOffset(CMTimeMake(1, 2));
+  const auto placed = place({track});
+  EXPECT_EQ(placed.video, (Ids{{1}}));
+  EXPECT_EQ(placed.audio, (Ids{{1}}));
+  for (const auto& onTrack : placed.layout->tracks()) {
+    EXPECT_NEAR(CMTimeGetSeconds(onTrack->timeRange().start), 1.0, 1e-9);
+    EXPECT_NEAR(endSeconds(*onTrack), 2.5, 0.025) << onTrack->mediaType();
+  }
+}
+
+TEST(PlacementOfMedia, LeavesOutSoundThatIsMutedOrTrimmedAway) {
+  const auto asset = clip(2, 1);
+  const auto muted = mediaTrack(1, asset);
+  muted->setMuteAudioFlag(true);
+  const auto trimmedAway = mediaTrack(2, asset);
+  trimmedAway->setLeftTrimOffset(CMTimeMake(3, 2));
+  const auto placed = place({muted, trimmedAway});
+  EXPECT_EQ(placed.video.size(), 2u);
+  EXPECT_THAT(placed.audio, IsEmpty());
+}
+
+TEST(PlacementOfMedia, GivesASoundFileNoVideoTrack) {
+  ClipSpec spec;
+  spec.frameCount = 0;
+  spec.container = "m4a";
+  spec.sound = testing::noise(48000, 2);
+  const auto placed = place({mediaTrack(1, AVAsset::assetWithURL(testing::makeClip(spec)))});
+  EXPECT_THAT(placed.video, IsEmpty());
+  EXPECT_EQ(placed.audio, (Ids{{1}}));
+}
+
+TEST(PlacementOfMedia, ChoosesTracksOfSoundByTheRangeOfThePicture) {
+  const auto asset = clip(2, 1);
+  const auto placed = place({mediaTrack(1, asset), mediaTrack(2, asset, CMTimeMake(3, 2))});
+  EXPECT_EQ(placed.audio, (Ids{{1}, {2}}));  // the sounds lie half a second apart, the pictures overlap
+}
+
+TEST(PlacementOfMedia, LogsWhatCannotBeInsertedAndGoesOn) {
+  const auto asset = clip(1, 1);
+  const auto nothingLeft = mediaTrack(1, asset);
+  nothingLeft->setLeftTrimOffset(CMTimeMake(10, 1));
+  LogCapture log;
+  const auto placed = place({nothingLeft, mediaTrack(2, asset)});
+  EXPECT_TRUE(
+      log.contains({"[LUMLog] Cannot insert track(AVMediaTypeVideo) function in process:instruction:composition: error: "}));
+  EXPECT_EQ(placed.video, (Ids{{1, 2}}));  // it ends before it starts and takes no room
+  EXPECT_NEAR(CMTimeGetSeconds(placed.layout->duration()), 1.0, 0.03);
+}
+
+// ---- stills ----
+
+class StillTrack : public LUMTrack {
+ public:
+  static std::shared_ptr<StillTrack> at(uint64_t id, int startSeconds, int durationSeconds) {
+    struct Concrete : StillTrack {};
+    auto track = std::make_shared<Concrete>();
+    track->setStart(CMTimeMake(startSeconds, 1));
+    track->updateAssetDuration(CMTimeMake(durationSeconds, 1));
+    (void)id;
+    return track;
+  }
+  bool isContentStatic() const override { return true; }
+
+ protected:
+  StillTrack() = default;
+};
+
+TEST(PlacementOfStills, SaysWhereFootageIsMissingAndLeavesTheSlotEmpty) {
+  LogCapture log;
+  const auto data = LUMAVComposition::buildCompositionData(timelineOf({{StillTrack::at(1, 0, 2)}}, 24));
+  EXPECT_TRUE(log.contains({"[LUMLog] Empty footage is NULL from call method LUMAVCompositionInstruction.finish()"}));
+  EXPECT_EQ(CMTimeGetSeconds(data->composition()->duration()), 0.0);
+}
+
+}  // namespace
+}  // namespace vidloom

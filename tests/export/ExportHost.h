@@ -1,0 +1,148 @@
+// Hosts and timelines for the tests of exporters.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tests/support/Fixtures.h"
+#include "vidloom/compositing/LUMAVAsyncDrawDelegate.h"
+#include "vidloom/compositing/LUMAVRoutePipeline.h"
+#include "vidloom/export/LUMRender.h"
+#include "vidloom/platform/avfoundation/AVURLAsset.h"
+#include "vidloom/platform/avfoundation/AVVideoCompositing.h"
+#include "vidloom/platform/dispatch/RunLoop.h"
+#include "vidloom/timeline/LUMAVAssetTrack.h"
+#include "vidloom/timeline/LUMComposition.h"
+#include "vidloom/timeline/LUMInstruction.h"
+
+namespace vidloom {
+
+inline constexpr uint64_t kTimeoutNs = 60'000'000'000;
+
+inline bool runUntil(const std::function<bool()>& predicate) { return RunLoop::main().runUntil(predicate, kTimeoutNs); }
+/// For conditions whose change submits nothing to the main queue: looks again and again.
+inline bool spinUntil(const std::function<bool()>& predicate) {
+  return runUntil([&] {
+    RunLoop::main().wake();
+    return predicate();
+  });
+}
+/// Everything that is on the main queue now.
+inline void drainMainQueue() {
+  while (RunLoop::main().poll()) {
+  }
+}
+
+inline std::shared_ptr<AVAsset> clip(int frameCount, double soundSeconds = 0) {
+  testing::ClipSpec spec;
+  spec.frameCount = frameCount;
+  if (soundSeconds > 0) spec.sound = testing::noise(static_cast<int64_t>(soundSeconds * 48000), 7);
+  return AVAsset::assetWithURL(testing::makeClip(spec));
+}
+
+inline std::shared_ptr<LUMComposition> timelineOf(const std::vector<std::shared_ptr<AVAsset>>& assets, CGSize size = {320, 180}) {
+  auto composition = LUMComposition::initWithSize(size, 30);
+  auto instruction = LUMInstruction::initWithId(1);
+  uint64_t id = 10;
+  for (const auto& asset : assets) instruction->addTracks({LUMAVAssetTrack::initWithAVAsset(asset, id++)});
+  composition->addInstructions({instruction});
+  return composition;
+}
+
+/// A folder of its own for one movie, so that a test sees what is left in it.
+class OutputFolder {
+ public:
+  OutputFolder() {
+    static int count = 0;
+    path_ = testing::scratchFolder() / ("out" + std::to_string(count++));
+    std::filesystem::create_directories(path_);
+  }
+  std::filesystem::path movie() const { return path_ / "movie.mp4"; }
+  std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(path_)) names.push_back(entry.path().filename().string());
+    return names;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// Writes down how an export ended and what the exporter's writer said then.
+struct Host {
+  explicit Host(const std::shared_ptr<LUMRender>& render) : exporter(render) {
+    listener->renderDidUpdateProgress = [this](double value) { percents.push_back(value); };
+    listener->renderDidCompleteWithURL = [this](const auto& url) { end("completed " + url.filename().string()); };
+    listener->renderDidFailedWithError = [this](const NSError& given) {
+      error = given;
+      end("failed");
+    };
+    listener->renderDidCancelRendering = [this] { end("cancelled"); };
+    render->setDelegate(listener);
+  }
+  void end(const std::string& ending) {
+    endings.push_back(ending);
+    const auto render = exporter.lock();
+    if (render && render->writer()) writerStatus = render->writer()->status();
+  }
+  /// Until the export has ended and its parts are gone.
+  bool waitForEnd() {
+    return runUntil([this] {
+      const auto render = exporter.lock();
+      return !endings.empty() && (!render || !render->serial_queue());
+    });
+  }
+
+  std::weak_ptr<LUMRender> exporter;
+  std::shared_ptr<LUMRenderDelegate> listener = std::make_shared<LUMRenderDelegate>();
+  std::vector<double> percents;
+  std::vector<std::string> endings;
+  NSError error;
+  AVAssetWriterStatus writerStatus = AVAssetWriterStatusUnknown;
+};
+
+/// Finishes every request with the source frame of its last track; or with an error, or never.
+class SourceFrameDrawer : public LUMAVAsyncDrawDelegate {
+ public:
+  enum class Answer { frame, frameLater, error, never };
+  explicit SourceFrameDrawer(Answer answer) : answer_(answer) {}
+  void drawAsync(const std::shared_ptr<AVAsynchronousVideoCompositionRequest>& request,
+                 const std::shared_ptr<LUMAVRoutePipeline>&) override {
+    if (answer_ == Answer::error)
+      return request->finishWithError(NSError("Host", 5, {{NSLocalizedDescriptionKey, std::string("no paint")}}));
+    if (answer_ == Answer::never) {
+      const std::lock_guard lock(mutex_);
+      held_.push_back(request);
+      return;
+    }
+    const auto answer = [request] {
+      const auto ids = request->sourceTrackIDs();
+      CVPixelBufferRef frame = ids.empty() ? nullptr : request->sourceFrameByTrackID(ids.back());
+      request->finishWithComposedVideoFrame(frame ? frame : request->renderContext()->newPixelBuffer());
+    };
+    if (answer_ == Answer::frame) return answer();
+    dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT), answer);
+  }
+  size_t heldCount() const {
+    const std::lock_guard lock(mutex_);
+    return held_.size();
+  }
+
+ private:
+  const Answer answer_;
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<AVAsynchronousVideoCompositionRequest>> held_;
+};
+
+inline std::vector<int> indices(int first, int count) {
+  std::vector<int> all;
+  for (int i = 0; i < count; ++i) all.push_back(first + i);
+  return all;
+}
+
+}  // namespace vidloom
