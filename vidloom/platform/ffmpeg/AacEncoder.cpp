@@ -79,7 +79,8 @@ std::unique_ptr<AacEncoder> AacEncoder::open(const MovieWriter::AudioSettings& s
   context->time_base = {1, context->sample_rate};
   // Bit-exact: without the library's version in the first packet.
   context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER | AV_CODEC_FLAG_BITEXACT;
-  av_opt_set(context->priv_data, "aac_coder", "fast", 0);
+  // The quick search of this encoder loses 0.16 dB of a loud tone; the thorough one keeps levels within 0.01 dB.
+  av_opt_set(context->priv_data, "aac_coder", "twoloop", 0);
   avError = avcodec_open2(context.get(), codec, nullptr);
   if (avError < 0) return nullptr;
   return std::make_unique<AacEncoder>(settings, std::move(context), std::move(contextName));
