@@ -74,6 +74,25 @@ TEST_F(HandDriven, EndsATimedWait) {
   EXPECT_EQ(timedOut, 2);
 }
 
+/// Shows the time of a call as soon as somebody asks for it, and makes the call at once.
+class ImpatientClock : public DispatchClock {
+ public:
+  uint64_t nowNs() const override { return now_; }
+  void callAt(uint64_t timeNs, std::function<void()> call) override {
+    now_ = timeNs;
+    call();
+  }
+
+ private:
+  uint64_t now_ = 1;
+};
+
+TEST(TimedWait, EndsWhenTheClockMovesOnJustAsItBegins) {
+  DispatchClock::setCurrent(std::make_shared<ImpatientClock>());
+  EXPECT_NE(dispatch_semaphore_wait(dispatch_semaphore_create(0), 100), 0);
+  DispatchClock::setCurrent(nullptr);
+}
+
 TEST_F(HandDriven, KeepsWhatWaitsWhenTheClockIsReplaced) {
   after(10, "old clock");
   DispatchClock::setCurrent(nullptr);

@@ -22,12 +22,15 @@ bool waitUntil(const std::weak_ptr<Owner>& owner, std::unique_lock<std::mutex>& 
   const auto clock = DispatchClock::current();
   const auto isOver = [&] { return clock->nowNs() >= timeout; };
   if (!isOver()) {
+    // A clock that has moved on meanwhile makes the call right here.
+    lock.unlock();
     clock->callAt(timeout, [owner, &mutex, &condition] {
       const auto keptAlive = owner.lock();
       if (!keptAlive) return;
       const std::lock_guard inner(mutex);
       condition.notify_all();
     });
+    lock.lock();
     condition.wait(lock, [&] { return ready() || isOver(); });
   }
   return ready();
