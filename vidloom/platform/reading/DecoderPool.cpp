@@ -9,10 +9,13 @@ namespace vidloom {
 template <class Decoder>
 Decoder* DecoderPool<Decoder>::acquire(int cursor, const std::shared_ptr<const MediaFile>& file, int trackIndex,
                                        std::optional<NSError>* error) {
+  // What this cursor read before is idle from here on.
+  for (Entry& entry : entries_) entry.isCurrent = entry.isCurrent && entry.cursor != cursor;
   Entry* entry = find(cursor, file.get(), trackIndex);
   if (!entry) return open(cursor, file, trackIndex, error);
   entry->cursor = cursor;
   entry->lastRound = round_;
+  entry->isCurrent = true;
   return entry->decoder.get();
 }
 
@@ -31,7 +34,7 @@ typename DecoderPool<Decoder>::Entry* DecoderPool<Decoder>::find(int cursor, con
 template <class Decoder>
 Decoder* DecoderPool<Decoder>::open(int cursor, const std::shared_ptr<const MediaFile>& file, int trackIndex,
                                     std::optional<NSError>* error) {
-  closeIdleFor(cursor);
+  closeIdle();
   std::unique_ptr<Decoder> decoder = opener_(file, trackIndex, error);
   if (!decoder) return nullptr;
   ++openingCount_;
@@ -40,14 +43,14 @@ Decoder* DecoderPool<Decoder>::open(int cursor, const std::shared_ptr<const Medi
     if (error) *error = AVMakeError(AVErrorOperationCancelled, "Reading was cancelled");
     return nullptr;
   }
-  entries_.push_back({file, trackIndex, std::move(decoder), cursor, round_});
+  entries_.push_back({file, trackIndex, std::move(decoder), cursor, round_, true});
   return entries_.back().decoder.get();
 }
 
 template <class Decoder>
-void DecoderPool<Decoder>::closeIdleFor(int cursor) {
-  // Other cursors' decoders of the round before count as in use: their turn in this round may still come.
-  const auto isInUse = [&](const Entry& entry) { return entry.cursor != cursor && entry.lastRound + 1 >= round_; };
+void DecoderPool<Decoder>::closeIdle() {
+  // That of a cursor whose turn in this round may still come counts, too.
+  const auto isInUse = [&](const Entry& entry) { return entry.isCurrent && entry.lastRound + 1 >= round_; };
   const auto inUse = static_cast<size_t>(std::count_if(entries_.begin(), entries_.end(), isInUse));
   std::vector<std::unique_ptr<Decoder>> closed;  // ended outside the lock: joining a decoder's threads takes a while
   const std::lock_guard lock(mutex_);

@@ -46,10 +46,11 @@ class DecoderPool {
     std::unique_ptr<Decoder> decoder;
     int cursor;
     uint64_t lastRound;
+    bool isCurrent;  ///< the one that its cursor acquired last
   };
   Entry* find(int cursor, const MediaFile* file, int trackIndex);
   Decoder* open(int cursor, const std::shared_ptr<const MediaFile>& file, int trackIndex, std::optional<NSError>* error);
-  void closeIdleFor(int cursor);
+  void closeIdle();
 
   const Opener opener_;
   mutable std::mutex mutex_;  ///< guards entries_ against cancel() and openCount()

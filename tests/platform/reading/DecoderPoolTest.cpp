@@ -1,0 +1,94 @@
+#include "vidloom/platform/reading/DecoderPool.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/platform/reading/FakeMedia.h"
+
+namespace vidloom {
+namespace {
+
+using testing::DecoderLog;
+using testing::FakeFile;
+using testing::fakeVideoOpener;
+
+class DecoderPoolTest : public ::testing::Test {
+ protected:
+  DecoderPoolTest() {
+    for (int i = 0; i < 20; ++i) files.push_back(FakeFile::steadyVideo("clip" + std::to_string(i), 30, 1, 10));
+  }
+  VideoDecoder* acquire(int cursor, int file) { return pool.acquire(cursor, files[static_cast<size_t>(file)], 0, nullptr); }
+
+  std::vector<std::shared_ptr<FakeFile>> files;
+  const std::shared_ptr<DecoderLog> log = std::make_shared<DecoderLog>();
+  VideoDecoderPool pool{fakeVideoOpener(log)};
+};
+
+TEST_F(DecoderPoolTest, KeepsTwoMoreThanTheTracksHowManyFilesThereAre) {
+  for (const int tracks : {1, 2, 5}) {
+    pool.close();
+    log->mostOpen = 0;
+    for (int round = 0; round < 200; ++round) {
+      pool.beginRound();
+      for (int cursor = 0; cursor < tracks; ++cursor) ASSERT_TRUE(acquire(cursor, (round * (cursor + 3) + cursor) % 20));
+    }
+    EXPECT_LE(log->mostOpen, tracks + 2) << tracks;
+  }
+}
+
+TEST_F(DecoderPoolTest, NeverClosesWhatAnotherTrackIsReading) {
+  std::vector<VideoDecoder*> steady;
+  for (int round = 0; round < 50; ++round) {
+    pool.beginRound();
+    acquire(9, round % 20);  // a track that cuts all the time, and comes first
+    for (int cursor = 0; cursor < 4; ++cursor) {
+      VideoDecoder* decoder = acquire(cursor, cursor);
+      if (round == 0) steady.push_back(decoder);
+      ASSERT_EQ(decoder, steady[static_cast<size_t>(cursor)]) << round;
+    }
+  }
+}
+
+TEST_F(DecoderPoolTest, FindsTheDecoderOfAFileAgain) {
+  for (int round = 0; round < 30; ++round) {
+    pool.beginRound();
+    acquire(0, round % 3);
+  }
+  EXPECT_EQ(log->opened, 3);
+}
+
+TEST_F(DecoderPoolTest, TwoTracksOfOneFileHaveADecoderEach) {
+  VideoDecoder *first = nullptr, *second = nullptr;
+  for (int round = 0; round < 10; ++round) {
+    pool.beginRound();
+    VideoDecoder* a = acquire(0, 0);
+    VideoDecoder* b = acquire(1, 0);
+    ASSERT_NE(a, b);
+    ASSERT_TRUE(round == 0 || (a == first && b == second)) << round;
+    first = a;
+    second = b;
+  }
+  EXPECT_EQ(log->opened, 2);
+}
+
+TEST_F(DecoderPoolTest, AnotherTrackTakesOverWhatNobodyUsesAnyMore) {
+  pool.beginRound();
+  VideoDecoder* decoder = acquire(0, 0);
+  pool.beginRound();
+  acquire(0, 1);
+  pool.beginRound();
+  acquire(0, 1);
+  EXPECT_EQ(acquire(1, 0), decoder);
+}
+
+TEST_F(DecoderPoolTest, GivesNothingAfterACancellation) {
+  pool.beginRound();
+  VideoDecoder* decoder = acquire(0, 0);
+  pool.cancel();
+  EXPECT_FALSE(decoder->frameAt(kCMTimeZero, nullptr));
+  std::optional<NSError> error;
+  EXPECT_EQ(pool.acquire(0, files[1], 0, &error), nullptr);
+  EXPECT_TRUE(error);
+}
+
+}  // namespace
+}  // namespace vidloom
