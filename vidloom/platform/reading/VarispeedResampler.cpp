@@ -4,30 +4,68 @@
 #include <cmath>
 #include <numbers>
 
+#include "vidloom/platform/reading/VarispeedKernels.h"
+
 namespace vidloom {
 
 namespace {
 
-constexpr int kTaps = 64;         // at speeds up to 1; faster ones have as many more as they are faster
-constexpr int kTapsMultiple = 8;  // what the loops below are unrolled to
-constexpr int kPhases = 512;      // of linear interpolation between neighbouring rows: error below -106 dB
+constexpr int kTaps = 64;          // at speeds up to 1; faster ones have as many more as they are faster
+constexpr int kTapsMultiple = 16;  // what the kernel reads at once at most
+constexpr int kPhases = 512;       // of linear interpolation between neighbouring rows: error below -106 dB
 constexpr int kMinimumPhases = 32;
 constexpr double kCutoff = 0.94;       // middle of the transition band, of the lower of both Nyquist frequencies
 constexpr double kKaiserBeta = 10.06;  // stop band at -100 dB
+constexpr int kWindowSteps = 4096;     // of linear interpolation in the window: error below -120 dB
 constexpr double kBanksPerOctave = 8;
 
 double besselI0(double x) {
   double sum = 1, term = 1;
-  for (int k = 1; term > sum * 1e-17; ++k) {
-    term *= (x / (2 * k)) * (x / (2 * k));
+  const double quarterSquare = x * x / 4;
+  for (int k = 1; term > sum * 1e-10; ++k) {
+    term *= quarterSquare / (k * k);
     sum += term;
   }
   return sum;
 }
 
-double sinc(double x) { return std::abs(x) < 1e-12 ? 1.0 : std::sin(std::numbers::pi * x) / (std::numbers::pi * x); }
+/// One half of a Kaiser window from its middle (1) to its edge, and zeros beyond.
+const std::vector<double>& windowTable() {
+  static const std::vector<double> table = [] {
+    std::vector<double> values(kWindowSteps + 2, 0.0);
+    const double middle = besselI0(kKaiserBeta);
+    for (int i = 0; i < kWindowSteps; ++i) {
+      const double x = static_cast<double>(i) / kWindowSteps;
+      values[static_cast<size_t>(i)] = besselI0(kKaiserBeta * std::sqrt(1 - x * x)) / middle;
+    }
+    return values;
+  }();
+  return table;
+}
 
-double kaiser(double x) { return std::abs(x) >= 1 ? 0.0 : besselI0(kKaiserBeta * std::sqrt(1 - x * x)) / besselI0(kKaiserBeta); }
+/// Writes the coefficients for a position that lies `fraction` after the frame of tap taps/2 - 1; they add up to 1.
+void makeRow(double fraction, double cutoff, int taps, float* row) {
+  const double* window = windowTable().data();
+  const double step = std::numbers::pi * cutoff;
+  const double cosStep = std::cos(step), sinStep = std::sin(step);
+  double distance = fraction + taps / 2 - 1;
+  double sine = std::sin(step * distance), cosine = std::cos(step * distance);
+  double sum = 0;
+  for (int tap = 0; tap < taps; ++tap, distance -= 1) {
+    const double place = std::min(std::abs(distance) / (taps / 2), 1.0) * kWindowSteps;
+    const auto index = static_cast<int>(place);
+    const double weight = window[index] + (place - index) * (window[index + 1] - window[index]);
+    const double value = weight * (std::abs(distance) < 1e-9 ? 1.0 : sine / (step * distance));
+    row[tap] = static_cast<float>(value);
+    sum += value;
+    // The sine of the next distance, one step back.
+    const double turned = sine * cosStep - cosine * sinStep;
+    cosine = cosine * cosStep + sine * sinStep;
+    sine = turned;
+  }
+  const auto scale = static_cast<float>(1 / sum);
+  for (int tap = 0; tap < taps; ++tap) row[tap] *= scale;
+}
 
 }  // namespace
 
@@ -48,17 +86,9 @@ VarispeedResampler::Bank VarispeedResampler::makeBank(double speed) {
   bank.taps = (static_cast<int>(std::ceil(kTaps * speed)) + kTapsMultiple - 1) / kTapsMultiple * kTapsMultiple;
   bank.phases = std::max(kMinimumPhases, static_cast<int>(std::ceil(kPhases / speed)));
   bank.rows.resize(static_cast<size_t>(bank.phases + 1) * static_cast<size_t>(bank.taps));
-  const double cutoff = kCutoff / speed;
-  std::vector<double> row(static_cast<size_t>(bank.taps));
   for (int phase = 0; phase <= bank.phases; ++phase) {
-    double sum = 0;
-    for (int tap = 0; tap < bank.taps; ++tap) {
-      const double distance = static_cast<double>(phase) / bank.phases - (tap - bank.taps / 2 + 1);
-      row[static_cast<size_t>(tap)] = sinc(cutoff * distance) * kaiser(distance / (bank.taps / 2));
-      sum += row[static_cast<size_t>(tap)];
-    }
-    float* out = &bank.rows[static_cast<size_t>(phase) * static_cast<size_t>(bank.taps)];
-    std::transform(row.begin(), row.end(), out, [&](double value) { return static_cast<float>(value / sum); });
+    makeRow(static_cast<double>(phase) / bank.phases, kCutoff / speed, bank.taps,
+            &bank.rows[static_cast<size_t>(phase) * static_cast<size_t>(bank.taps)]);
   }
   return bank;
 }
@@ -70,43 +100,10 @@ const VarispeedResampler::Bank& VarispeedResampler::bankFor(double speed) {
   return banks_.emplace(number, makeBank(bankSpeed(number))).first->second;
 }
 
-namespace {
-
-/// Sums over the taps in eight lanes, which the compiler turns into vectors.
-void filterFrame(const float* left, const float* right, const float* row, const float* nextRow, float weight, int taps,
-                 float* out) {
-  float sumLeft[kTapsMultiple] = {}, sumRight[kTapsMultiple] = {};
-  for (int tap = 0; tap < taps; tap += kTapsMultiple) {
-    for (int lane = 0; lane < kTapsMultiple; ++lane) {
-      const float coefficient = row[tap + lane] + weight * (nextRow[tap + lane] - row[tap + lane]);
-      sumLeft[lane] += coefficient * left[tap + lane];
-      sumRight[lane] += coefficient * right[tap + lane];
-    }
-  }
-  for (int half = kTapsMultiple / 2; half > 0; half /= 2) {
-    for (int lane = 0; lane < half; ++lane) {
-      sumLeft[lane] += sumLeft[lane + half];
-      sumRight[lane] += sumRight[lane + half];
-    }
-  }
-  out[0] = sumLeft[0];
-  out[1] = sumRight[0];
-}
-
-}  // namespace
-
 void VarispeedResampler::read(const float* left, const float* right, const double* positions, int count, double speed,
                               float* interleavedStereo) {
   const Bank& bank = bankFor(speed);
-  for (int i = 0; i < count; ++i) {
-    const double whole = std::floor(positions[i]);
-    const double phase = (positions[i] - whole) * bank.phases;
-    const int rowNumber = std::min(static_cast<int>(phase), bank.phases - 1);
-    const float* row = &bank.rows[static_cast<size_t>(rowNumber) * static_cast<size_t>(bank.taps)];
-    const auto first = static_cast<int64_t>(whole) - bank.taps / 2 + 1;
-    filterFrame(left + first, right + first, row, row + bank.taps, static_cast<float>(phase - rowNumber), bank.taps,
-                interleavedStereo + 2 * i);
-  }
+  readVarispeed({bank.rows.data(), bank.taps, bank.phases}, left, right, positions, count, interleavedStereo);
 }
 
 }  // namespace vidloom
