@@ -41,12 +41,12 @@ struct ClipSpec {
   bool openGop = false;
   std::string pixelFormat = "yuv420p";
   int crf = 18;
-  std::vector<std::string> videoOptions;  ///< further options of the output, before its name
-  SoundSamples sound;                     ///< empty: no sound track
+  std::vector<std::string> videoOptions = {};  ///< further options of the output, before its name
+  SoundSamples sound = {};                     ///< empty: no sound track
   int sampleRate = 48000;
   int channels = 2;  ///< 1: the left channel only
   std::string audioCodec = "aac";
-  std::vector<std::string> audioOptions;
+  std::vector<std::string> audioOptions = {};
   std::string container = "mp4";  ///< the file name's extension
 };
 

@@ -1,0 +1,91 @@
+#include "tests/platform/avfoundation/ReaderTesting.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace vidloom::testing {
+
+NSDictionary pcmSettings(bool isFloat) {
+  return {{AVFormatIDKey, kAudioFormatLinearPCM},
+          {AVLinearPCMBitDepthKey, isFloat ? 32 : 16},
+          {AVLinearPCMIsBigEndianKey, false},
+          {AVLinearPCMIsFloatKey, isFloat},
+          {AVLinearPCMIsNonInterleaved, false}};
+}
+
+std::shared_ptr<AVAssetTrack> firstTrack(const std::shared_ptr<AVAsset>& asset, const AVMediaType& mediaType) {
+  const auto tracks = asset->tracksWithMediaType(mediaType);
+  return tracks.empty() ? nullptr : tracks.front();
+}
+
+std::shared_ptr<AVMutableComposition> compositionOf(const std::vector<Piece>& pieces, const AVMediaType& mediaType) {
+  auto composition = AVMutableComposition::composition();
+  const auto track = composition->addMutableTrackWithMediaType(mediaType, 0);
+  for (const Piece& piece : pieces) {
+    std::optional<NSError> error;
+    const auto asset = AVURLAsset::initWithURL(piece.file);
+    EXPECT_TRUE(track->insertTimeRange(piece.source, firstTrack(asset, mediaType), piece.at, &error)) << *error;
+  }
+  return composition;
+}
+
+std::shared_ptr<AVMutableVideoComposition> plainVideoComposition(const std::shared_ptr<AVAsset>& asset, const CGSize& renderSize,
+                                                                 const CMTime& frameDuration) {
+  const auto instruction = AVMutableVideoCompositionInstruction::videoCompositionInstruction();
+  instruction->setTimeRange({kCMTimeZero, CMTimeMake(3600, 1)});
+  std::vector<std::shared_ptr<AVMutableVideoCompositionLayerInstruction>> layers;
+  for (const auto& track : asset->tracksWithMediaType(AVMediaTypeVideo)) {
+    layers.push_back(AVMutableVideoCompositionLayerInstruction::videoCompositionLayerInstructionWithAssetTrack(track));
+  }
+  instruction->setLayerInstructions(layers);
+  auto composition = AVMutableVideoComposition::videoComposition();
+  composition->setRenderSize(renderSize);
+  composition->setFrameDuration(frameDuration);
+  composition->setInstructions({instruction});
+  return composition;
+}
+
+ReadFrames readFrames(AVAssetReaderOutput& output) {
+  ReadFrames frames;
+  while (const auto sample = output.copyNextSampleBuffer()) {
+    frames.indices.push_back(readFrameIndex(*CVPixelBufferCopyPicture(CMSampleBufferGetImageBuffer(sample))));
+    frames.times.push_back(CMSampleBufferGetPresentationTimeStamp(sample));
+    frames.durations.push_back(CMSampleBufferGetDuration(sample));
+  }
+  return frames;
+}
+
+std::shared_ptr<AVAssetReader> startedReader(const std::shared_ptr<AVAsset>& asset,
+                                             const std::shared_ptr<AVAssetReaderOutput>& output, const CMTimeRange& range) {
+  std::optional<NSError> error;
+  const auto reader = AVAssetReader::initWithAsset(asset, &error);
+  if (!reader) return nullptr;
+  reader->setTimeRange(range);
+  reader->addOutput(output);
+  return reader->startReading() ? reader : nullptr;
+}
+
+std::filesystem::path writeWav(const std::string& name, int sampleRate, int channels, const std::vector<int16_t>& samples) {
+  std::string bytes;
+  const auto number = [&](uint64_t value, int byteCount) {
+    for (int i = 0; i < byteCount; ++i) bytes.push_back(static_cast<char>(value >> (8 * i) & 0xff));
+  };
+  const uint64_t dataBytes = 2 * samples.size();
+  bytes += "RIFF";
+  number(36 + dataBytes, 4);
+  bytes += "WAVEfmt ";
+  number(16, 4);
+  number(1, 2);
+  number(static_cast<uint64_t>(channels), 2);
+  number(static_cast<uint64_t>(sampleRate), 4);
+  number(static_cast<uint64_t>(sampleRate * channels * 2), 4);
+  number(static_cast<uint64_t>(channels * 2), 2);
+  number(16, 2);
+  bytes += "data";
+  number(dataBytes, 4);
+  for (const int16_t sample : samples) number(static_cast<uint16_t>(sample), 2);
+  return writeFile(name, bytes);
+}
+
+}  // namespace vidloom::testing
