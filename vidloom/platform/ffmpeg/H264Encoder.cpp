@@ -5,12 +5,14 @@
 #include <cmath>
 #include <cstring>
 #include <span>
+#include <string_view>
 
 #include "vidloom/platform/ffmpeg/BoxWriter.h"
 #include "vidloom/platform/pixels/PicturePool.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavutil/cpu.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
@@ -41,6 +43,15 @@ AVColorSpace matrixOf(const PictureColor& color) {
   return found < 0 ? AVCOL_SPC_UNSPECIFIED : static_cast<AVColorSpace>(found);
 }
 
+/// x264 r3095 looks ahead in groups of 8 macroblocks with AVX-512 and takes what lies in memory behind a row that is no multiple
+/// of that into account: the same pictures would not give the same stream. Every processor with AVX-512 has the sets named here.
+std::string instructionSets(int width) {
+  constexpr int macroblockSide = 16, groupedMacroblocks = 8;
+  const int macroblocks = (width + macroblockSide - 1) / macroblockSide;
+  const bool isTouched = (av_get_cpu_flags() & AV_CPU_FLAG_AVX512) != 0 && macroblocks % groupedMacroblocks != 0;
+  return isTouched ? ":asm=MMX2,SSE2Fast,LZCNT,SSSE3,SSE4.2,AVX,FMA3,BMI1,BMI2,AVX2" : "";
+}
+
 void configure(AVCodecContext& context, const H264Encoder::Settings& settings) {
   context.width = roundedUpToEven(settings.width);
   context.height = roundedUpToEven(settings.height);
@@ -58,7 +69,8 @@ void configure(AVCodecContext& context, const H264Encoder::Settings& settings) {
   av_opt_set(context.priv_data, "preset", preset.c_str(), 0);
   av_opt_set_double(context.priv_data, "crf", settings.options.crf.value_or(defaultCrf), 0);
   // NAL units behind lengths, as the file wants them.
-  av_opt_set(context.priv_data, "x264-params", "annexb=0", 0);
+  const std::string parameters = "annexb=0" + instructionSets(context.width);
+  av_opt_set(context.priv_data, "x264-params", parameters.c_str(), 0);
 }
 
 /// The units in a run of 4-byte lengths and units.

@@ -53,7 +53,7 @@ fs::path hiddenName(const fs::path& beside) {
   constexpr size_t maximumStemBytes = 200;
   std::string stem = '.' + beside.filename().string();
   if (stem.size() > maximumStemBytes) stem.erase(0, stem.size() - maximumStemBytes);
-  return folderOf(beside) / NSStringWithFormat("%s.%d-%u.part", stem.c_str(), static_cast<int>(getpid()), ++counter);
+  return folderOf(beside) / NSStringWithFormat(".%s.%d-%u.part", stem.c_str(), static_cast<int>(getpid()), ++counter);
 }
 
 /// Opens a file without a name, or -1. One that could not be given a name later counts as none where it `needsName`.
