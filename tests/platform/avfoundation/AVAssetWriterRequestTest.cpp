@@ -20,7 +20,9 @@ struct Client : std::enable_shared_from_this<Client> {
   dispatch_semaphore_t done = dispatch_semaphore_create(0);
 
   void start() {
-    input->requestMediaDataWhenReadyOnQueue(queue, [self = shared_from_this()] { self->serve(); });
+    input->requestMediaDataWhenReadyOnQueue(queue, [weakSelf = weak_from_this()] {
+      if (const auto self = weakSelf.lock()) self->serve();
+    });
   }
 
   void serve() {

@@ -116,13 +116,15 @@ bool AVAssetWriter::startWriting() {
     return false;
   }
   session_->start(std::move(movie));
-  for (const auto& input : present) input->writingStarted();
   return status() == AVAssetWriterStatusWriting;
 }
 
 void AVAssetWriter::startSessionAtSourceTime(const CMTime& startTime) {
-  if (!session_->setStartTime(startTime))
+  if (!session_->setStartTime(startTime)) {
     NSLog("AVAssetWriter: a session starts once, at a number, while writing " + url_.string());
+    return;
+  }
+  for (const auto& input : inputs()) input->sessionStarted();
 }
 
 void AVAssetWriter::finishWritingWithCompletionHandler(std::function<void()> handler) {

@@ -68,10 +68,10 @@ bool AVAssetWriterInput::isReadyForMoreMediaData() const {
   if (!attached_) return true;
   const auto session = session_.lock();
   // Ready also after a failure: a client that waits for readiness would never learn of it.
-  return session && session->status() != Status::unknown;
+  return !session || session->isOpenOrEnded();
 }
 
-void AVAssetWriterInput::writingStarted() {
+void AVAssetWriterInput::sessionStarted() {
   const std::lock_guard lock(mutex_);
   if (request_) request_->call();
 }
@@ -90,11 +90,12 @@ void AVAssetWriterInput::requestMediaDataWhenReadyOnQueue(const dispatch_queue_t
   if (finished_) return;
   request_ = std::make_shared<AVMediaDataRequest>(queue, std::move(usingBlock));
   const auto session = session_.lock();
-  const Status status = session ? session->status() : Status::writing;
-  if (status == Status::failed || status == Status::cancelled) {
-    request_->callLast();
-  } else if (status == Status::writing) {
+  if (session && !session->isOpenOrEnded()) return;
+  const bool isWriting = session ? session->status() == Status::writing : !attached_;
+  if (isWriting) {
     request_->call();
+  } else {
+    request_->callLast();
   }
 }
 

@@ -35,7 +35,9 @@ class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInpu
   bool expectsMediaDataInRealTime() const;
   void setExpectsMediaDataInRealTime(bool value);
 
-  /// Whether samples may be appended now. An input that belongs to no writer is always ready. Any thread.
+  /// Whether samples may be appended now: not before the session has started, not after the input was marked as finished. An input
+  /// that belongs to no writer, or to one that has failed or was cancelled, is ready, so that a client that waits for readiness
+  /// learns of it. Any thread.
   bool isReadyForMoreMediaData() const;
   /// Takes the sample: the pixels are encoded or copied before it returns. False where the writer is not writing or the sample
   /// cannot be used (the writer then fails with an error that names the time). Times must increase.
@@ -43,7 +45,8 @@ class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInpu
   /// No more samples will come. Harmless when repeated.
   void markAsFinished();
   /// Calls the block on the queue whenever the input is ready and not finished, again and again, and once more when the writer
-  /// stops writing. After startWriting, once an input. The block is not called after markAsFinished on that serial queue.
+  /// stops writing. Once an input; calls begin with the session. A call that brings no sample is not repeated. The block is not
+  /// called after markAsFinished on that serial queue.
   void requestMediaDataWhenReadyOnQueue(const dispatch_queue_t& queue, std::function<void()> usingBlock);
 
  private:
@@ -55,7 +58,7 @@ class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInpu
   bool attach(const std::shared_ptr<AVAssetWriterSession>& session);
   bool isAttached() const;
   /// What has been requested before may begin.
-  void writingStarted();
+  void sessionStarted();
   void writingStopped();
   /// No sample is taken any more. False where that was so before.
   bool close();

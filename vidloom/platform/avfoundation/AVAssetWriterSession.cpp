@@ -38,6 +38,11 @@ CMTime AVAssetWriterSession::startTime() const {
   return startTime_;
 }
 
+bool AVAssetWriterSession::isOpenOrEnded() const {
+  const std::lock_guard lock(mutex_);
+  return status_ == Status::writing ? CMTIME_IS_VALID(startTime_) : status_ != Status::unknown;
+}
+
 bool AVAssetWriterSession::perform(const Work& work) {
   std::unique_lock lock(mutex_);
   if (status_ != Status::writing || finishing_ || cancelling_) return false;

@@ -31,6 +31,8 @@ class AVAssetWriterSession {
   bool setStartTime(const CMTime& startTime);
   /// Invalid before.
   CMTime startTime() const;
+  /// Whether clients have something to learn: samples may be brought, or the writing has ended.
+  bool isOpenOrEnded() const;
 
   /// Runs the work while the status is writing and nobody is ending it. False where it did not run or failed; the session then
   /// fails with the work's error.

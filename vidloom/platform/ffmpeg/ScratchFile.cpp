@@ -51,7 +51,7 @@ fs::path hiddenName(const fs::path& beside) {
   static std::atomic<uint32_t> counter{0};
   // A name may have 255 bytes; the tail of a long one is enough to recognise it.
   constexpr size_t maximumStemBytes = 200;
-  std::string stem = '.' + beside.filename().string();
+  std::string stem = beside.filename().string();
   if (stem.size() > maximumStemBytes) stem.erase(0, stem.size() - maximumStemBytes);
   return folderOf(beside) / NSStringWithFormat(".%s.%d-%u.part", stem.c_str(), static_cast<int>(getpid()), ++counter);
 }
