@@ -7,6 +7,9 @@
 #include "tests/compositing/Timelines.h"
 #include "tests/support/Fixtures.h"
 #include "vidloom/platform/avfoundation/AVURLAsset.h"
+#include "vidloom/speed/LUMScaleContext.h"
+#include "vidloom/speed/LUMScalePoint.h"
+#include "vidloom/speed/PWBezier.h"
 #include "vidloom/timeline/LUMAVAssetTrack.h"
 #include "vidloom/timeline/LUMGlobal.h"
 
@@ -193,6 +196,27 @@ TEST(PlacementOfMedia, LogsWhatCannotBeInsertedAndGoesOn) {
       log.contains({"[LUMLog] Cannot insert track(AVMediaTypeVideo) function in process:instruction:composition: error: "}));
   EXPECT_EQ(placed.video, (Ids{{1, 2}}));  // it ends before it starts and takes no room
   EXPECT_NEAR(CMTimeGetSeconds(placed.layout->duration()), 1.0, 0.03);
+}
+
+TEST(PlacementOfMedia, StretchesPictureAndSoundByTheTracksSpeed) {
+  const CGRect box = CGRectMake(0, 0, 100, 100);
+  const CGPoint slow = {0, 75}, fast = {100, 25};
+  const auto curve = LUMScaleContext::initWithBox(
+      box, {LUMScalePoint::initWithX(0, 0, slow), LUMScalePoint::initWithX(0.5f, 0, fast), LUMScalePoint::initWithX(1, 0, slow)},
+      {PWBezier::initWithStartPoint(slow, fast), PWBezier::initWithStartPoint(fast, slow)}, {});
+  for (const auto& speed : {LUMScaleContext::initWithLinearSpeed(2), LUMScaleContext::initWithLinearSpeed(0.5), curve}) {
+    const auto track = mediaTrack(1, clip(2, 2), CMTimeMake(1, 1));
+    track->setScaleContext(speed);
+    const auto placed = place({track, mediaTrack(2, clip(1, 1), CMTimeMake(20, 1))});
+    ASSERT_EQ(placed.layout->tracks().size(), 2u);
+    const double expectedEnd = 1 + CMTimeGetSeconds(track->duration());
+    for (const auto& onTrack : placed.layout->tracks()) {
+      const auto segments = onTrack->mediaSegments();
+      const auto last =
+          std::find_if(segments.rbegin(), segments.rend(), [](const MediaSegment& segment) { return segment.isEmpty(); });
+      EXPECT_NEAR(CMTimeGetSeconds(last->target.start), expectedEnd, 0.03) << onTrack->mediaType();
+    }
+  }
 }
 
 // ---- stills ----

@@ -88,7 +88,9 @@ struct Host {
   void end(const std::string& ending) {
     endings.push_back(ending);
     const auto render = exporter.lock();
-    if (render && render->writer()) writerStatus = render->writer()->status();
+    if (!render || !render->writer()) return;
+    writerStatus = render->writer()->status();
+    writerError = render->writer()->error();
   }
   /// Until the export has ended and its parts are gone.
   bool waitForEnd() {
@@ -104,6 +106,7 @@ struct Host {
   std::vector<std::string> endings;
   NSError error;
   AVAssetWriterStatus writerStatus = AVAssetWriterStatusUnknown;
+  std::optional<NSError> writerError;
 };
 
 /// Finishes every request with the source frame of its last track; or with an error, or never.

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 
@@ -265,6 +266,52 @@ TEST(LUMRender, FailsWithoutSomebodyWhoDraws) {
   ASSERT_TRUE(host.waitForEnd());
   EXPECT_EQ(host.endings, Endings{"failed"});
   EXPECT_TRUE(log.contains({"Please implement LUMAVAsyncDrawDelegate delegate"}));
+}
+
+TEST(LUMRender, LetsTheHostSeeThatTheFileCouldNotBeCompleted) {
+  OutputFolder folder;
+  const auto render = nativeRender(timelineOf({clip(30, 1.0)}), folder.movie());
+  Host host(render);
+  host.listener->renderDidUpdateProgress = [&](double) { std::filesystem::create_directories(folder.movie() / "in the way"); };
+  render->generate();
+  ASSERT_TRUE(host.waitForEnd());
+  EXPECT_EQ(host.endings, Endings{"completed movie.mp4"});
+  EXPECT_EQ(host.writerStatus, AVAssetWriterStatusFailed);
+  ASSERT_TRUE(host.writerError);
+  EXPECT_NE(host.writerError->localizedDescription().find("movie.mp4"), std::string::npos);
+  EXPECT_THAT(folder.files(), ElementsAre("movie.mp4"));  // the folder that was in the way
+}
+
+/// Files may not grow beyond that size while it lives.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t byteCount) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{byteCount, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+TEST(LUMRender, SaysThatTheDiskIsFullAndLeavesNothing) {
+  OutputFolder folder;
+  const auto composition = timelineOf({clip(30, 1.0)});
+  const auto render = nativeRender(composition, folder.movie());
+  Host host(render);
+  {
+    const FileSizeLimit limit(4096);
+    render->generate();
+    ASSERT_TRUE(host.waitForEnd());
+  }
+  EXPECT_EQ(host.endings.size(), 1u);
+  EXPECT_EQ(host.writerStatus, AVAssetWriterStatusFailed);
+  ASSERT_TRUE(host.writerError);
+  EXPECT_EQ(host.writerError->domain(), AVFoundationErrorDomain);
+  EXPECT_TRUE(host.writerError->underlyingError());
+  EXPECT_THAT(folder.files(), IsEmpty());
 }
 
 // ---- cancellation ----
