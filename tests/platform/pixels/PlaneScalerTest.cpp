@@ -33,7 +33,7 @@ double reference(const Plane& source, const AxisMap& map, int x, int y) {
 }
 
 Plane scaled(const Plane& source, const AxisMap& map, const SampleRect& rect) {
-  PlaneScaler scaler(source.view(), map, rect);
+  PlaneScaler scaler(source.view(), std::make_shared<ScalePlan>(source.width(), source.height(), map, rect));
   Plane result(rect.width(), rect.height());
   for (int y = rect.y0; y < rect.y1; ++y) scaler.row(y, result.writable().row(y - rect.y0));
   return result;
@@ -95,7 +95,7 @@ TEST(PlaneScaler, GivesRowsInAnyOrder) {
   const Plane source = noisePlane(30, 30, 3);
   const SampleRect rect{0, 0, 45, 45};
   const Plane inOrder = scaled(source, {1.5, 1.5, 0, 0}, rect);
-  PlaneScaler scaler(source.view(), {1.5, 1.5, 0, 0}, rect);
+  PlaneScaler scaler(source.view(), std::make_shared<ScalePlan>(30, 30, AxisMap{1.5, 1.5, 0, 0}, rect));
   for (int y = 44; y >= 0; --y) {
     std::vector<uint8_t> row(45);
     scaler.row(y, row.data());

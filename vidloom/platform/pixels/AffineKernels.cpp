@@ -25,46 +25,64 @@ void PairRows(uint16_t* pairs, const uint8_t* row, const uint8_t* below, int cou
   for (; x < count; ++x) pairs[x] = static_cast<uint16_t>(row[x] | below[x] << 8);
 }
 
+using UnsignedHalves = hn::RebindToUnsigned<DwordHalves>;
+
+// Sums of the products of the two halves of each lane.
+HWY_INLINE DwordVector sumOfProducts(hn::Vec<DwordHalves> one, hn::Vec<DwordHalves> other) {
+  const Dwords dwords;
+  DwordVector odd = hn::Zero(dwords);
+  const DwordVector even = hn::ReorderWidenMulAccumulate(dwords, one, other, hn::Zero(dwords), odd);
+  return hn::RearrangeToOddPlusEven(even, odd);
+}
+
+// The second byte of each lane in the low bytes of both its halves.
+HWY_INLINE hn::Vec<UnsignedHalves> fractionTwice(DwordVector position) {
+  const hn::Repartition<uint8_t, Dwords> bytes;
+  HWY_ALIGN static constexpr uint8_t kPicks[] = {1, 0x80, 1, 0x80, 5, 0x80, 5, 0x80, 9, 0x80, 9, 0x80, 13, 0x80, 13, 0x80};
+  const auto picks = hn::LoadDup128(bytes, kPicks);
+  return hn::BitCast(UnsignedHalves(), hn::TableLookupBytesOr0(hn::BitCast(bytes, position), picks));
+}
+
 // Four neighbours in each 32-bit lane (from low to high: here, below, right, right below) to their bilinear mix, 0..255.
 HWY_INLINE DwordVector mixNeighbours(DwordVector neighbours, DwordVector u, DwordVector v) {
   const Dwords dwords;
-  const hn::RebindToUnsigned<DwordHalves> words;
+  const UnsignedHalves words;
   const DwordHalves halves;
   const auto bytes = hn::BitCast(words, neighbours);
-  const DwordVector fraction = hn::And(hn::ShiftRight<8>(v), hn::Set(dwords, 0xFF));
-  const auto below = hn::BitCast(words, hn::Or(fraction, hn::ShiftLeft<16>(fraction)));
   const auto here = hn::And(bytes, hn::Set(words, 0x00FF));
   const auto difference = hn::Sub(hn::ShiftRight<8>(bytes), here);
-  const auto columns = hn::ShiftRight<1>(hn::Add(hn::ShiftLeft<8>(here), hn::Mul(difference, below)));
-  const DwordVector right = hn::And(hn::ShiftRight<8>(u), hn::Set(dwords, 0xFF));
-  const DwordVector weights = hn::Or(hn::Sub(hn::Set(dwords, 256), right), hn::ShiftLeft<16>(right));
-  DwordVector odd = hn::Zero(dwords);
-  const DwordVector even =
-      hn::ReorderWidenMulAccumulate(dwords, hn::BitCast(halves, columns), hn::BitCast(halves, weights), hn::Zero(dwords), odd);
-  const DwordVector sum = hn::RearrangeToOddPlusEven(even, odd);
+  const auto columns = hn::ShiftRight<1>(hn::Add(hn::ShiftLeft<8>(here), hn::Mul(difference, fractionTwice(v))));
+  // (256 - right, right) is (right, right), the first one complemented, plus (257, 0).
+  const auto complemented = hn::Xor(fractionTwice(u), hn::BitCast(words, hn::Set(dwords, 0xFFFF)));
+  const auto weights = hn::Add(complemented, hn::BitCast(words, hn::Set(dwords, 257)));
+  const DwordVector sum = sumOfProducts(hn::BitCast(halves, columns), hn::BitCast(halves, weights));
   return hn::ShiftRight<15>(hn::Add(sum, hn::Set(dwords, 1 << 14)));
 }
 
+template <bool kClamps>
 HWY_INLINE DwordVector sampleAt(const PairedPlane& plane, DwordVector u, DwordVector v) {
   const Dwords dwords;
-  const DwordVector zero = hn::Zero(dwords);
-  const DwordVector x = hn::Min(hn::Max(u, zero), hn::Set(dwords, (plane.width - 1) << 16));
-  const DwordVector y = hn::Min(hn::Max(v, zero), hn::Set(dwords, (plane.height - 1) << 16));
-  const DwordVector index = hn::Add(hn::Mul(hn::ShiftRight<16>(y), hn::Set(dwords, plane.pairStride)), hn::ShiftRight<16>(x));
+  if constexpr (kClamps) {
+    const DwordVector zero = hn::Zero(dwords);
+    u = hn::Min(hn::Max(u, zero), hn::Set(dwords, (plane.width - 1) << 16));
+    v = hn::Min(hn::Max(v, zero), hn::Set(dwords, (plane.height - 1) << 16));
+  }
+  const DwordVector column = hn::ShiftRight<16>(u);
+  const DwordVector index = hn::Add(hn::Mul(hn::ShiftRight<16>(v), hn::Set(dwords, plane.pairStride)), column);
   const auto* base = reinterpret_cast<const int32_t*>(plane.pairs);
-  return mixNeighbours(hn::GatherOffset(dwords, base, hn::ShiftLeft<1>(index)), x, y);
+  return mixNeighbours(hn::GatherOffset(dwords, base, hn::ShiftLeft<1>(index)), u, v);
 }
 
-void SampleAlong(uint8_t* destination, int count, const PairedPlane& plane, FixedPoint start, FixedPoint step) {
+template <bool kClamps>
+HWY_INLINE void sampleRun(uint8_t* destination, int count, const PairedPlane& plane, FixedPoint start, FixedPoint step) {
   const Dwords dwords;
   const int lanes = static_cast<int>(hn::Lanes(dwords));
-  // Fractions are cut to 8 bits: half of the last one rounds them.
-  DwordVector u = hn::Add(hn::Set(dwords, start.u + 128), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.u)));
-  DwordVector v = hn::Add(hn::Set(dwords, start.v + 128), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.v)));
-  const DwordVector stepU = hn::Set(dwords, step.u * lanes);
-  const DwordVector stepV = hn::Set(dwords, step.v * lanes);
+  DwordVector u = hn::Add(hn::Set(dwords, start.u), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.u)));
+  DwordVector v = hn::Add(hn::Set(dwords, start.v), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.v)));
+  const DwordVector stepU = hn::Mul(hn::Set(dwords, step.u), hn::Set(dwords, lanes));
+  const DwordVector stepV = hn::Mul(hn::Set(dwords, step.v), hn::Set(dwords, lanes));
   for (int x = 0; x < count; x += lanes) {
-    const auto samples = hn::DemoteTo(DwordBytes(), sampleAt(plane, u, v));
+    const auto samples = hn::DemoteTo(DwordBytes(), sampleAt<kClamps>(plane, u, v));
     if (x + lanes <= count) {
       hn::StoreU(samples, DwordBytes(), destination + x);
     } else {
@@ -75,6 +93,21 @@ void SampleAlong(uint8_t* destination, int count, const PairedPlane& plane, Fixe
     u = hn::Add(u, stepU);
     v = hn::Add(v, stepV);
   }
+}
+
+HWY_INLINE bool isInside(int64_t u, int64_t v, const PairedPlane& plane) {
+  return u >= 0 && v >= 0 && u <= (plane.width - 1) << 16 && v <= (plane.height - 1) << 16;
+}
+
+void SampleAlong(uint8_t* destination, int count, const PairedPlane& plane, FixedPoint start, FixedPoint step) {
+  const int lanes = static_cast<int>(hn::Lanes(Dwords()));
+  const int last = (count + lanes - 1) / lanes * lanes - 1;
+  // Fractions are cut to 8 bits: half of the last one rounds them.
+  const FixedPoint from{start.u + 128, start.v + 128};
+  const int64_t toU = from.u + int64_t{last} * step.u, toV = from.v + int64_t{last} * step.v;
+  const bool inside = isInside(from.u, from.v, plane) && isInside(toU, toV, plane);
+  if (inside) return sampleRun<false>(destination, count, plane, from, step);
+  sampleRun<true>(destination, count, plane, from, step);
 }
 
 }  // namespace HWY_NAMESPACE

@@ -7,10 +7,14 @@ namespace vidloom {
 namespace {
 
 // Positions are worked out anew at such distances, which keeps the error of fixed-point steps far below a sample.
-constexpr int kRunLength = 128;
+constexpr int kLongestRun = 128;
+constexpr double kLongestWay = 500;
 constexpr double kFixedOne = 65536;
 
-int32_t toFixed(double value) { return static_cast<int32_t>(std::lround(value * kFixedOne)); }
+// What 32 bits can hold with some room to step on. Far outside only the nearest edge matters.
+constexpr double kLargest = 32000;
+
+int32_t toFixed(double value) { return static_cast<int32_t>(std::lround(std::clamp(value, -kLargest / 2, kLargest) * kFixedOne)); }
 
 /// The source samples that bilinear sampling of the destination rectangle looks at.
 SampleRect neededSource(const PlaneView& source, const CGAffineTransform& inverse, const SampleRect& destination) {
@@ -37,6 +41,8 @@ AffineSampler::AffineSampler(const PlaneView& source, const CGAffineTransform& m
                              PicturePool& pool)
     : inverse_(CGAffineTransformInvert(map)) {
   const SampleRect needed = neededSource(source, inverse_, destination);
+  const double longestStep = std::max(std::abs(inverse_.a), std::abs(inverse_.b));
+  runLength_ = static_cast<int>(std::clamp(kLongestWay / longestStep, 1.0, double(kLongestRun)));
   inverse_.tx -= needed.x0;
   inverse_.ty -= needed.y0;
   const int stride = needed.width() + 1 + (needed.width() % 512 == 511 ? 32 : 0);
@@ -52,12 +58,9 @@ AffineSampler::AffineSampler(const PlaneView& source, const CGAffineTransform& m
 
 void AffineSampler::row(int y, int x0, int x1, uint8_t* destination) const {
   const FixedPoint step{toFixed(inverse_.a), toFixed(inverse_.b)};
-  for (int x = x0; x < x1; x += kRunLength) {
+  for (int x = x0; x < x1; x += runLength_) {
     const CGPoint at = CGPointApplyAffineTransform(CGPointMake(x + 0.5, y + 0.5), inverse_);
-    const int count = std::min(kRunLength, x1 - x);
-    // Far outside only the nearest edge matters, and the numbers have to fit.
-    const FixedPoint start{toFixed(std::clamp(at.x - 0.5, -16000.0, 32000.0)), toFixed(std::clamp(at.y - 0.5, -16000.0, 32000.0))};
-    sampleAlong(destination + (x - x0), count, plane_, start, step);
+    sampleAlong(destination + (x - x0), std::min(runLength_, x1 - x), plane_, {toFixed(at.x - 0.5), toFixed(at.y - 0.5)}, step);
   }
 }
 

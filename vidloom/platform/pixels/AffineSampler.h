@@ -7,8 +7,8 @@
 #include "vidloom/platform/coregraphics/CGGeometry.h"
 #include "vidloom/platform/pixels/AffineKernels.h"
 #include "vidloom/platform/pixels/PicturePool.h"
-#include "vidloom/platform/pixels/PlaneScaler.h"
 #include "vidloom/platform/pixels/PlaneView.h"
+#include "vidloom/platform/pixels/SampleRect.h"
 
 namespace vidloom {
 
@@ -25,6 +25,7 @@ class AffineSampler {
 
  private:
   CGAffineTransform inverse_;
+  int runLength_ = 1;
   PairedPlane plane_;
   std::shared_ptr<uint8_t> pairs_;
 };

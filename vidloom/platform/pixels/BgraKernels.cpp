@@ -28,20 +28,14 @@ struct PixelWeights {
   };
 
   PixelWeights(const Set& even, const Set& odd) {
-    HWY_ALIGN int16_t blueRed[hn::MaxLanes(PixelWords())];
-    HWY_ALIGN int16_t green[hn::MaxLanes(PixelWords())];
-    for (size_t lane = 0; lane < hn::Lanes(PixelWords()); lane += 2) {
-      const Set& set = lane % 4 == 0 ? even : odd;
-      blueRed[lane] = fixed(set.blue);
-      blueRed[lane + 1] = fixed(set.red);
-      green[lane] = fixed(set.green);
-      green[lane + 1] = 0;
-    }
-    forBlueRed = hn::Load(PixelWords(), blueRed);
-    forGreen = hn::Load(PixelWords(), green);
+    HWY_ALIGN const int16_t blueRed[] = {fixed(even.blue), fixed(even.red), fixed(odd.blue), fixed(odd.red),
+                                         fixed(even.blue), fixed(even.red), fixed(odd.blue), fixed(odd.red)};
+    HWY_ALIGN const int16_t green[] = {fixed(even.green), 0, fixed(odd.green), 0, fixed(even.green), 0, fixed(odd.green), 0};
+    forBlueRed = hn::LoadDup128(PixelWords(), blueRed);
+    forGreen = hn::LoadDup128(PixelWords(), green);
   }
 
-  static int16_t fixed(double weight) { return static_cast<int16_t>(std::lround(weight * (1 << kFractionBits))); }
+  static int16_t fixed(double weight) { return static_cast<int16_t>(std::floor(weight * (1 << kFractionBits) + 0.5)); }
 
   HWY_INLINE PixelVector operator()(PixelWordVector blueRed, PixelWordVector greenAlpha) const {
     const Pixels pixels;

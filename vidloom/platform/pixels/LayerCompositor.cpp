@@ -121,6 +121,8 @@ class LayerCompositor::Memory {
     result_.swap(previous);
   }
 
+  ScalePlanCache& plans() { return plans_; }
+
   PictureRef black(int width, int height, const PictureColor& color, PicturePool& pool) {
     std::lock_guard lock(mutex_);
     if (fits(black_, width, height, color)) return black_;
@@ -134,6 +136,7 @@ class LayerCompositor::Memory {
   std::vector<RememberedLayer> layers_;
   PictureRef result_;
   PictureRef black_;
+  ScalePlanCache plans_;
 };
 
 LayerCompositor::LayerCompositor() : LayerCompositor(PicturePool::shared()) {}
@@ -151,7 +154,7 @@ PictureRef LayerCompositor::compose(const std::vector<PictureLayer>& bottomToTop
   const auto output = pool_.make(width, height, outputColor, false);
   if (!output) return nullptr;
   if (!filled) fillBlack(*output);
-  LayerPainter painter(*output, pool_);
+  LayerPainter painter(*output, {pool_, memory_->plans()});
   for (const PlacedLayer& layer : visible) {
     if (!painter.paint(layer.picture, layer.placement)) return nullptr;
   }

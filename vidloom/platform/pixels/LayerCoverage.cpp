@@ -96,6 +96,22 @@ SampleSpan LayerCoverage::filled(int y, const SampleSpan& within) const {
   return withHalfColumn(spanAtDistance(0.5 - kNegligible, y, within), y, within, 256);
 }
 
+bool LayerCoverage::isUpright() const {
+  return (edges_[0].perX == 0 && edges_[2].perY == 0) || (edges_[0].perY == 0 && edges_[2].perX == 0);
+}
+
+SampleRect LayerCoverage::solid(const SampleRect& within) const {
+  if (!isUpright() || within.isEmpty()) return {};
+  const SampleSpan columns{within.x0, within.x1};
+  SampleRect rect = within;
+  while (rect.y0 < rect.y1 && filled(rect.y0, columns).isEmpty()) ++rect.y0;
+  while (rect.y0 < rect.y1 && filled(rect.y1 - 1, columns).isEmpty()) --rect.y1;
+  const SampleSpan span = filled(rect.y0, columns);
+  rect.x0 = span.begin;
+  rect.x1 = span.end;
+  return rect;
+}
+
 bool LayerCoverage::fills(const SampleRect& rect) const {
   const SampleSpan columns{rect.x0, rect.x1};
   const SampleSpan top = filled(rect.y0, columns);

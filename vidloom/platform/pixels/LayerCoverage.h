@@ -2,16 +2,9 @@
 #pragma once
 
 #include "vidloom/platform/coregraphics/CGGeometry.h"
-#include "vidloom/platform/pixels/PlaneScaler.h"
+#include "vidloom/platform/pixels/SampleRect.h"
 
 namespace vidloom {
-
-/// Samples begin <= x < end of a row.
-struct SampleSpan {
-  int begin = 0, end = 0;
-
-  bool isEmpty() const { return begin >= end; }
-};
 
 /// The coverage of the samples of a plane by a rectangle (0, 0, width, height) under an invertible affine map: exact for upright
 /// rectangles, within a few percent for others. Less than 1/512 is none, more than 511/512 is all.
@@ -29,6 +22,9 @@ class LayerCoverage {
   SampleSpan touched(int y, const SampleSpan& within) const;
   SampleSpan filled(int y, const SampleSpan& within) const;
   bool fills(const SampleRect& rect) const;
+  /// A rectangle within `within` all of whose samples are covered entirely: the largest one for upright layers, else empty.
+  SampleRect solid(const SampleRect& within) const;
+  bool isUpright() const;
   /// The smallest rectangle within `within` that holds every covered sample.
   SampleRect bounds(const SampleRect& within) const;
 

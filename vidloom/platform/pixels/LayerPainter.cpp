@@ -121,8 +121,8 @@ bool LayerPainter::settle(Drawing& drawing, bool recolors) {
 bool LayerPainter::turn(Drawing& drawing) {
   const Picture& picture = *drawing.picture;
   const Orientation& orientation = drawing.orientation;
-  const auto turned = pool_.make(orientation.transpose ? picture.height : picture.width,
-                                 orientation.transpose ? picture.width : picture.height, picture.color, picture.hasAlpha());
+  const auto turned = memory_.pool.make(orientation.transpose ? picture.height : picture.width,
+                                        orientation.transpose ? picture.width : picture.height, picture.color, picture.hasAlpha());
   if (!turned) return false;
   for (int plane = 0; plane < planeCount(picture); ++plane)
     orientPlane(planeOf(picture, plane), orientation, planeOf(*turned, plane));
@@ -134,7 +134,8 @@ bool LayerPainter::turn(Drawing& drawing) {
 }
 
 bool LayerPainter::recolor(Drawing& drawing) {
-  const auto recolored = pool_.make(drawing.picture->width, drawing.picture->height, output_.color, drawing.picture->hasAlpha());
+  const auto recolored =
+      memory_.pool.make(drawing.picture->width, drawing.picture->height, output_.color, drawing.picture->hasAlpha());
   if (!recolored) return false;
   convertColor(*drawing.picture, *recolored);
   drawing.picture = recolored;
@@ -144,9 +145,9 @@ bool LayerPainter::recolor(Drawing& drawing) {
 bool LayerPainter::drawPlanes(const Drawing& drawing) {
   for (int plane = 0; plane < kColorPlanes; ++plane) {
     const bool chroma = isChroma(plane);
-    PlaneSink sink(planeOf(output_, plane), &drawing.coverage[chroma], drawing.opacity);
+    PlaneSink sink(planeOf(output_, plane), &drawing.coverage[chroma], drawing.bounds[chroma], drawing.opacity);
     if (!drawPlane(planeOf(*drawing.picture, plane), chroma ? chromaMap(drawing.map) : drawing.map, drawing.bounds[chroma],
-                   &drawing.coverage[chroma], sink, pool_)) {
+                   &drawing.coverage[chroma], sink, memory_)) {
       return false;
     }
   }
@@ -157,8 +158,8 @@ bool LayerPainter::drawPlanes(const Drawing& drawing) {
 // neighbours.
 bool LayerPainter::drawPremultiplied(const Drawing& drawing) {
   const Picture& picture = *drawing.picture;
-  const auto weighted = pool_.make(picture.width, picture.height, picture.color, false);
-  const auto mask = pool_.make(picture.width, picture.height, picture.color, false);
+  const auto weighted = memory_.pool.make(picture.width, picture.height, picture.color, false);
+  const auto mask = memory_.pool.make(picture.width, picture.height, picture.color, false);
   if (!weighted || !mask) return false;
   const MutablePlaneView chromaAlpha = planeOf(*mask, 1);
   halvePlane(planeOf(picture, kAlphaPlane), true, true, chromaAlpha);
@@ -167,18 +168,18 @@ bool LayerPainter::drawPremultiplied(const Drawing& drawing) {
     premultiply(planeOf(picture, plane), alphas[isChroma(plane)], planeOf(*weighted, plane));
   }
   const SampleRect even = evenBounds(drawing.bounds[0]);
-  const auto drawnMask = pool_.make(even.width(), even.height(), picture.color, false);
+  const auto drawnMask = memory_.pool.make(even.width(), even.height(), picture.color, false);
   if (!drawnMask) return false;
   for (const bool chroma : {false, true}) {
     const CGAffineTransform map = chroma ? chromaMap(drawing.map) : drawing.map;
     const int x = chroma ? even.x0 / 2 : even.x0, y = chroma ? even.y0 / 2 : even.y0;
     const MutablePlaneView maskPlane = planeOf(*drawnMask, chroma);
-    PlaneSink maskSink(maskPlane, nullptr, kOpaque);
-    if (!drawPlane(alphas[chroma], movedBy(map, -x, -y), wholeOf(maskPlane.view()), nullptr, maskSink, pool_)) return false;
+    PlaneSink maskSink(maskPlane, nullptr, wholeOf(maskPlane.view()), kOpaque);
+    if (!drawPlane(alphas[chroma], movedBy(map, -x, -y), wholeOf(maskPlane.view()), nullptr, maskSink, memory_)) return false;
     for (int plane = chroma ? 1 : 0; plane <= (chroma ? 2 : 0); ++plane) {
-      PlaneSink sink(planeOf(output_, plane), &drawing.coverage[chroma], drawing.opacity);
+      PlaneSink sink(planeOf(output_, plane), &drawing.coverage[chroma], drawing.bounds[chroma], drawing.opacity);
       sink.setAlpha(maskPlane.view(), x, y);
-      if (!drawPlane(planeOf(*weighted, plane).view(), map, drawing.bounds[chroma], &drawing.coverage[chroma], sink, pool_)) {
+      if (!drawPlane(planeOf(*weighted, plane).view(), map, drawing.bounds[chroma], &drawing.coverage[chroma], sink, memory_)) {
         return false;
       }
     }
@@ -188,13 +189,13 @@ bool LayerPainter::drawPremultiplied(const Drawing& drawing) {
 
 /// The picture through a map, without regard to where it ends.
 std::shared_ptr<MutablePicture> LayerPainter::render(const Picture& picture, const CGAffineTransform& map, int width, int height) {
-  const auto rendered = pool_.make(width, height, picture.color, false);
+  const auto rendered = memory_.pool.make(width, height, picture.color, false);
   if (!rendered) return nullptr;
   for (int plane = 0; plane < kColorPlanes; ++plane) {
     const MutablePlaneView target = planeOf(*rendered, plane);
-    PlaneSink sink(target, nullptr, kOpaque);
+    PlaneSink sink(target, nullptr, wholeOf(target.view()), kOpaque);
     const CGAffineTransform planeMap = isChroma(plane) ? chromaMap(map) : map;
-    if (!drawPlane(planeOf(picture, plane), planeMap, wholeOf(target.view()), nullptr, sink, pool_)) return nullptr;
+    if (!drawPlane(planeOf(picture, plane), planeMap, wholeOf(target.view()), nullptr, sink, memory_)) return nullptr;
   }
   return rendered;
 }

@@ -11,11 +11,10 @@
 
 namespace vidloom {
 
-/// Paints onto `output`, whose planes must hold what lies beneath. Working memory comes from the pool. The calls give false where
-/// memory has run out.
+/// Paints onto `output`, whose planes must hold what lies beneath. The calls give false where memory has run out.
 class LayerPainter {
  public:
-  LayerPainter(MutablePicture& output, PicturePool& pool) : output_(output), pool_(pool) {}
+  LayerPainter(MutablePicture& output, const DrawingMemory& memory) : output_(output), memory_(memory) {}
 
   bool paint(const PictureRef& picture, const LayerPlacement& placement);
 
@@ -41,7 +40,7 @@ class LayerPainter {
   std::shared_ptr<MutablePicture> render(const Picture& picture, const CGAffineTransform& map, int width, int height);
 
   MutablePicture& output_;
-  PicturePool& pool_;
+  DrawingMemory memory_;
 };
 
 /// True if both read codes alike, whatever their other tags say.

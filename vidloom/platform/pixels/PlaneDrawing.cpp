@@ -20,9 +20,9 @@ struct OwnedPlane {
   std::shared_ptr<uint8_t> bytes;
 };
 
-MutablePlaneView allocate(OwnedPlane& plane, int width, int height, PicturePool& pool) {
+MutablePlaneView allocate(OwnedPlane& plane, int width, int height, const DrawingMemory& memory) {
   const ptrdiff_t stride = (width + 31) / 32 * 32 + 32;
-  plane.bytes = pool.makeBytes(static_cast<size_t>(stride) * height);
+  plane.bytes = memory.pool.makeBytes(static_cast<size_t>(stride) * height);
   const MutablePlaneView view{plane.bytes.get(), stride, width, height};
   plane.view = view.view();
   return view;
@@ -56,10 +56,10 @@ void halveInto(const PlaneView& source, const AxisMap& map, const SampleRect& bo
   halvePlane(from, true, true, {plane.row(bounds.y0) + bounds.x0, plane.stride, bounds.width(), bounds.height()});
 }
 
-bool drawUpright(PlaneView source, AxisMap map, const SampleRect& bounds, PlaneSink& sink, PicturePool& pool) {
+bool drawUpright(PlaneView source, AxisMap map, const SampleRect& bounds, PlaneSink& sink, const DrawingMemory& memory) {
   OwnedPlane halved;
   while (map.scaleX <= 0.5 || map.scaleY <= 0.5) {
-    const MutablePlaneView direct = sink.direct(bounds);
+    const MutablePlaneView direct = sink.direct();
     if (direct.data && isExactHalving(source, map, bounds)) {
       halveInto(source, map, bounds, direct);
       return true;
@@ -68,7 +68,7 @@ bool drawUpright(PlaneView source, AxisMap map, const SampleRect& bounds, PlaneS
     source = cropToBounds(source, map, bounds);
     OwnedPlane next;
     const MutablePlaneView target =
-        allocate(next, across ? (source.width + 1) / 2 : source.width, down ? (source.height + 1) / 2 : source.height, pool);
+        allocate(next, across ? (source.width + 1) / 2 : source.width, down ? (source.height + 1) / 2 : source.height, memory);
     if (!target.data) return false;
     halvePlane(source, across, down, target);
     halved = std::move(next);
@@ -76,7 +76,7 @@ bool drawUpright(PlaneView source, AxisMap map, const SampleRect& bounds, PlaneS
     if (across) map.scaleX *= 2;
     if (down) map.scaleY *= 2;
   }
-  PlaneScaler scaler(source, map, bounds);
+  PlaneScaler scaler(source, memory.plans.plan(source.width, source.height, map, bounds));
   for (int y = bounds.y0; y < bounds.y1; ++y) {
     scaler.row(y, sink.beginRow(y, bounds.x0, bounds.x1));
     sink.endRow();
@@ -85,25 +85,26 @@ bool drawUpright(PlaneView source, AxisMap map, const SampleRect& bounds, PlaneS
 }
 
 /// Scales the source upright by the affine map's own factors where they reduce, and takes them out of the map.
-bool reduceFirst(OwnedPlane& source, CGAffineTransform& map, PicturePool& pool) {
+bool reduceFirst(OwnedPlane& source, CGAffineTransform& map, const DrawingMemory& memory) {
   const double across = std::min(1.0, std::hypot(map.a, map.b)), down = std::min(1.0, std::hypot(map.c, map.d));
   if (std::min(across, down) >= kSmallestAffineScale) return true;
   OwnedPlane reduced;
   const MutablePlaneView target = allocate(reduced, static_cast<int>(std::ceil(source.view.width * across)),
-                                           static_cast<int>(std::ceil(source.view.height * down)), pool);
+                                           static_cast<int>(std::ceil(source.view.height * down)), memory);
   if (!target.data) return false;
-  PlaneSink sink(target, nullptr, 256);
-  if (!drawUpright(source.view, {across, down, 0, 0}, {0, 0, target.width, target.height}, sink, pool)) return false;
+  const SampleRect whole{0, 0, target.width, target.height};
+  PlaneSink sink(target, nullptr, whole, 256);
+  if (!drawUpright(source.view, {across, down, 0, 0}, whole, sink, memory)) return false;
   source = std::move(reduced);
   map = {map.a / across, map.b / across, map.c / down, map.d / down, map.tx, map.ty};
   return true;
 }
 
 bool drawAffine(const PlaneView& plane, CGAffineTransform map, const SampleRect& bounds, const LayerCoverage* coverage,
-                PlaneSink& sink, PicturePool& pool) {
+                PlaneSink& sink, const DrawingMemory& memory) {
   OwnedPlane source{plane, nullptr};
-  if (!reduceFirst(source, map, pool)) return false;
-  const AffineSampler sampler(source.view, map, bounds, pool);
+  if (!reduceFirst(source, map, memory)) return false;
+  const AffineSampler sampler(source.view, map, bounds, memory.pool);
   if (!sampler.isValid()) return false;
   for (int y = bounds.y0; y < bounds.y1; ++y) {
     const SampleSpan row{bounds.x0, bounds.x1};
@@ -118,10 +119,10 @@ bool drawAffine(const PlaneView& plane, CGAffineTransform map, const SampleRect&
 }  // namespace
 
 bool drawPlane(const PlaneView& source, const CGAffineTransform& map, const SampleRect& bounds, const LayerCoverage* coverage,
-               PlaneSink& sink, PicturePool& pool) {
+               PlaneSink& sink, const DrawingMemory& memory) {
   if (bounds.isEmpty()) return true;
-  if (map.b != 0 || map.c != 0 || map.a <= 0 || map.d <= 0) return drawAffine(source, map, bounds, coverage, sink, pool);
-  return drawUpright(source, {map.a, map.d, map.tx, map.ty}, bounds, sink, pool);
+  if (map.b != 0 || map.c != 0 || map.a <= 0 || map.d <= 0) return drawAffine(source, map, bounds, coverage, sink, memory);
+  return drawUpright(source, {map.a, map.d, map.tx, map.ty}, bounds, sink, memory);
 }
 
 }  // namespace vidloom

@@ -14,37 +14,61 @@ namespace HWY_NAMESPACE {
 
 using BlockBytes = hn::FixedTag<uint8_t, 16>;
 using BlockVector = hn::Vec<BlockBytes>;
+// One or two 16 x 16 blocks side by side.
+using StripBytes = hn::CappedTag<uint8_t, 32>;
+using StripVector = hn::Vec<StripBytes>;
 inline constexpr int kBlockSide = 16;
 inline constexpr int kTileSide = 64;
 
-// Four rounds of interleaving row i with row i + 8 bring the columns of a 16 x 16 block into rows.
-HWY_INLINE void transposeBlock(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t stride) {
-  const BlockBytes bytes;
-  BlockVector rows[kBlockSide], next[kBlockSide];
+template <class D>
+HWY_INLINE void interleaveRows(D bytes, const hn::Vec<D>* rows, hn::Vec<D>* mixed) {
+  for (int i = 0; i < kBlockSide / 2; ++i) {
+    mixed[2 * i] = hn::InterleaveLower(bytes, rows[i], rows[i + 8]);
+    mixed[2 * i + 1] = hn::InterleaveUpper(bytes, rows[i], rows[i + 8]);
+  }
+}
+
+// Four rounds of interleaving row i with row i + 8 bring the columns of each block into rows.
+template <class D>
+HWY_INLINE void transposeBlocks(D bytes, const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t stride) {
+  hn::Vec<D> rows[kBlockSide], mixed[kBlockSide];
   for (int i = 0; i < kBlockSide; ++i) rows[i] = hn::LoadU(bytes, source + i * sourceStride);
-  for (int round = 0; round < 2; ++round) {
-    for (int i = 0; i < kBlockSide / 2; ++i) {
-      next[2 * i] = hn::InterleaveLower(bytes, rows[i], rows[i + 8]);
-      next[2 * i + 1] = hn::InterleaveUpper(bytes, rows[i], rows[i + 8]);
-    }
-    for (int i = 0; i < kBlockSide / 2; ++i) {
-      rows[2 * i] = hn::InterleaveLower(bytes, next[i], next[i + 8]);
-      rows[2 * i + 1] = hn::InterleaveUpper(bytes, next[i], next[i + 8]);
+  interleaveRows(bytes, rows, mixed);
+  interleaveRows(bytes, mixed, rows);
+  interleaveRows(bytes, rows, mixed);
+  interleaveRows(bytes, mixed, rows);
+  for (int i = 0; i < kBlockSide; ++i) {
+    if constexpr (hn::MaxLanes(D()) == 2 * kBlockSide) {
+      const BlockBytes half;
+      hn::StoreU(hn::LowerHalf(half, rows[i]), half, destination + i * stride);
+      hn::StoreU(hn::UpperHalf(half, rows[i]), half, destination + (i + kBlockSide) * stride);
+    } else {
+      hn::StoreU(rows[i], bytes, destination + i * stride);
     }
   }
-  for (int i = 0; i < kBlockSide; ++i) hn::StoreU(rows[i], bytes, destination + i * stride);
+}
+
+template <class D>
+HWY_INLINE void transposeStrip(D bytes, const uint8_t* source, ptrdiff_t sourceStride, int top, int height, uint8_t* destination,
+                               ptrdiff_t stride) {
+  for (int block = top; block < std::min(top + kTileSide, height); block += kBlockSide) {
+    const int y = std::min(block, height - kBlockSide);
+    transposeBlocks(bytes, source + y * sourceStride, sourceStride, destination + y, stride);
+  }
 }
 
 // Blocks that would stick out at the end are moved back over their neighbours; sides are at least 16. Destination rows are
 // completed a cache line at a time.
 void TransposePlane(const uint8_t* source, ptrdiff_t sourceStride, int width, int height, uint8_t* destination, ptrdiff_t stride) {
+  const int lanes = static_cast<int>(hn::Lanes(StripBytes()));
   for (int top = 0; top < height; top += kTileSide) {
-    for (int left = 0; left < width; left += kBlockSide) {
-      const int x = std::min(left, width - kBlockSide);
-      for (int block = top; block < std::min(top + kTileSide, height); block += kBlockSide) {
-        const int y = std::min(block, height - kBlockSide);
-        transposeBlock(source + y * sourceStride + x, sourceStride, destination + x * stride + y, stride);
-      }
+    int x = 0;
+    for (; x + lanes <= width; x += lanes) {
+      transposeStrip(StripBytes(), source + x, sourceStride, top, height, destination + x * stride, stride);
+    }
+    for (; x < width; x += kBlockSide) {
+      const int left = std::min(x, width - kBlockSide);
+      transposeStrip(BlockBytes(), source + left, sourceStride, top, height, destination + left * stride, stride);
     }
   }
 }

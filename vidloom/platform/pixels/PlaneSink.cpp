@@ -9,8 +9,13 @@ namespace {
 constexpr int kOpaque = 256;
 }
 
-PlaneSink::PlaneSink(const MutablePlaneView& plane, const LayerCoverage* coverage, int opacity)
-    : plane_(plane), coverage_(coverage), opacity_(opacity) {}
+PlaneSink::PlaneSink(const MutablePlaneView& plane, const LayerCoverage* coverage, const SampleRect& bounds, int opacity)
+    : plane_(plane),
+      coverage_(coverage),
+      opacity_(opacity),
+      bounds_(bounds),
+      isUpright_(!coverage || coverage->isUpright()),
+      solid_(coverage ? coverage->solid(bounds) : bounds) {}
 
 void PlaneSink::setAlpha(const PlaneView& alpha, int x0, int y0) {
   alpha_ = alpha;
@@ -22,12 +27,18 @@ uint8_t* PlaneSink::beginRow(int y, int x0, int x1) {
   y_ = y;
   begin_ = x0;
   end_ = x1;
-  filled_ = coverage_ ? coverage_->filled(y, {x0, x1}) : SampleSpan{x0, x1};
+  filled_ = filledPart(y, x0, x1);
   if (filled_.isEmpty()) filled_ = {x1, x1};
   inPlace_ = opacity_ == kOpaque && !alpha_.data && filled_.begin == x0 && filled_.end == x1;
   if (inPlace_) return plane_.row(y) + x0;
   row_.resize(std::max(row_.size(), static_cast<size_t>(x1 - x0)));
   return row_.data();
+}
+
+SampleSpan PlaneSink::filledPart(int y, int x0, int x1) const {
+  if (!isUpright_) return coverage_->filled(y, {x0, x1});
+  if (y < solid_.y0 || y >= solid_.y1) return {};
+  return {std::max(x0, solid_.x0), std::min(x1, solid_.x1)};
 }
 
 void PlaneSink::endRow() {
@@ -61,9 +72,8 @@ void PlaneSink::blendEdge(int begin, int end, const uint8_t* samples) {
   }
 }
 
-MutablePlaneView PlaneSink::direct(const SampleRect& rect) const {
-  const bool plain = opacity_ == kOpaque && !alpha_.data && (!coverage_ || coverage_->fills(rect));
-  return plain ? plane_ : MutablePlaneView{};
+MutablePlaneView PlaneSink::direct() const {
+  return opacity_ == kOpaque && !alpha_.data && solid_ == bounds_ ? plane_ : MutablePlaneView{};
 }
 
 }  // namespace vidloom

@@ -12,7 +12,8 @@ namespace vidloom {
 /// the source's ends its end samples go on.
 class ScaleFilter {
  public:
-  static constexpr int kMaximumTaps = 4;
+  static constexpr int kMaximumTaps = 3;
+  static constexpr int kWeightOfAll = 256;
   using Weights = std::array<uint16_t, kMaximumTaps>;
 
   /// For destination = scale * source + offset with scale at least 0.5, the destination samples first..first + count - 1 and a
@@ -21,7 +22,7 @@ class ScaleFilter {
 
   int count() const { return static_cast<int>(starts_.size()); }
   int sourceLength() const { return sourceLength_; }
-  /// How many of the weights may differ from zero: 1 (plain samples, weight 256), 2 or 4.
+  /// How many of the weights may differ from zero: 1 (plain samples, weight 256), 2 or 3.
   int taps() const { return taps_; }
   /// The first source sample of the index-th destination sample: never outside the source, though zero-weighted ones after it
   /// may be.
@@ -35,7 +36,7 @@ class ScaleFilter {
   int sourceEnd() const;
 
  private:
-  void addSample(double low, double high);
+  void addSample(double low, double width);
 
   int sourceLength_;
   int taps_ = 1;

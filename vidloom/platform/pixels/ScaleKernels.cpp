@@ -37,8 +37,7 @@ HWY_INLINE void mixRowsOf(uint8_t* destination, const uint8_t* const* rows, cons
 
 void MixRows(uint8_t* destination, const uint8_t* const* rows, const uint16_t* weights, int taps, int count) {
   if (taps == 2) return mixRowsOf<2>(destination, rows, weights, count);
-  if (taps == 3) return mixRowsOf<3>(destination, rows, weights, count);
-  mixRowsOf<4>(destination, rows, weights, count);
+  mixRowsOf<3>(destination, rows, weights, count);
 }
 
 HWY_INLINE hn::Vec<WindowBytes> loadWindows(const uint8_t* row, const int32_t* windows) {
@@ -51,36 +50,43 @@ HWY_INLINE hn::Vec<WindowBytes> loadWindows(const uint8_t* row, const int32_t* w
   }
 }
 
-template <int kPasses>
+enum class ThirdTap { none, inSameWindow, inItsOwn };
+
+template <ThirdTap kThird>
 HWY_INLINE hn::Vec<PackedBytes> scaleSamples(const uint8_t* row, const HorizontalFilter& filter, int x) {
   const WindowWords words;
-  auto sum = hn::Set(words, 128);
-  for (int pass = 0; pass < kPasses; ++pass) {
-    const auto window = loadWindows(row, filter.windows(pass) + x / HorizontalFilter::kBlock);
-    const auto pairs = hn::TableLookupBytes(window, hn::LoadU(WindowBytes(), filter.picks(pass) + 2 * x));
-    const auto left = hn::And(hn::BitCast(words, pairs), hn::Set(words, 0x00FF));
-    const auto right = hn::ShiftRight<8>(hn::BitCast(words, pairs));
-    sum = hn::Add(sum, hn::Mul(left, hn::LoadU(words, filter.leftWeights(pass) + x)));
-    sum = hn::Add(sum, hn::Mul(right, hn::LoadU(words, filter.rightWeights(pass) + x)));
+  const WindowBytes bytes;
+  const int block = x / HorizontalFilter::kBlock;
+  const auto window = loadWindows(row, filter.windows() + block);
+  const auto pairs = hn::BitCast(words, hn::TableLookupBytes(window, hn::LoadU(bytes, filter.picks() + 2 * x)));
+  const auto left = hn::And(pairs, hn::Set(words, 0x00FF));
+  const auto right = hn::ShiftRight<8>(pairs);
+  auto sum = hn::Add(hn::Mul(left, hn::LoadU(words, filter.leftWeights() + x)), hn::Set(words, 128));
+  sum = hn::Add(sum, hn::Mul(right, hn::LoadU(words, filter.rightWeights() + x)));
+  if constexpr (kThird != ThirdTap::none) {
+    const auto other = kThird == ThirdTap::inItsOwn ? loadWindows(row, filter.thirdWindows() + block) : window;
+    const auto third = hn::TableLookupBytesOr0(other, hn::LoadU(bytes, filter.thirdPicks() + 2 * x));
+    sum = hn::Add(sum, hn::Mul(hn::BitCast(words, third), hn::LoadU(words, filter.thirdWeights() + x)));
   }
   return hn::DemoteTo(PackedBytes(), hn::BitCast(hn::RebindToSigned<WindowWords>(), hn::ShiftRight<8>(sum)));
 }
 
-template <int kPasses>
+template <ThirdTap kThird>
 HWY_INLINE void scaleRowIn(uint8_t* destination, const uint8_t* row, const HorizontalFilter& filter) {
   const int lanes = static_cast<int>(hn::Lanes(WindowWords()));
   const int count = filter.count();
   int x = 0;
-  for (; x + lanes <= count; x += lanes) hn::StoreU(scaleSamples<kPasses>(row, filter, x), PackedBytes(), destination + x);
+  for (; x + lanes <= count; x += lanes) hn::StoreU(scaleSamples<kThird>(row, filter, x), PackedBytes(), destination + x);
   if (x == count) return;
   HWY_ALIGN uint8_t rest[hn::MaxLanes(PackedBytes())];
-  hn::Store(scaleSamples<kPasses>(row, filter, x), PackedBytes(), rest);
+  hn::Store(scaleSamples<kThird>(row, filter, x), PackedBytes(), rest);
   std::memcpy(destination + x, rest, static_cast<size_t>(count - x));
 }
 
 void ScaleRow(uint8_t* destination, const uint8_t* row, const HorizontalFilter& filter) {
-  if (filter.passes() == 1) return scaleRowIn<1>(destination, row, filter);
-  scaleRowIn<2>(destination, row, filter);
+  if (filter.taps() == 2) return scaleRowIn<ThirdTap::none>(destination, row, filter);
+  if (filter.sharesWindows()) return scaleRowIn<ThirdTap::inSameWindow>(destination, row, filter);
+  scaleRowIn<ThirdTap::inItsOwn>(destination, row, filter);
 }
 
 HWY_INLINE WordVector sumOfPairs(ByteVector v) { return hn::Add(evenBytes(v), oddBytes(v)); }
