@@ -242,6 +242,8 @@ void scaleArguments(benchmark::internal::Benchmark* benchmark) {
       ->Args({1280, 720, 1920, 1080})
       ->Args({960, 540, 1920, 1080})
       ->Args({3840, 2160, 1280, 720})
+      ->Args({320, 180, 480, 270})
+      ->Args({480, 270, 360, 202})
       ->Unit(benchmark::kMicrosecond);
 }
 BENCHMARK(scaleTo)->Apply(scaleArguments);

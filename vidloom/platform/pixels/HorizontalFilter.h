@@ -9,42 +9,43 @@
 namespace vidloom {
 
 /// Eight destination samples make a block. Their source samples are picked out of a window of 16: two neighbouring ones per
-/// destination sample, and a third one where the filter has three taps; that may come from a window of its own. Tables go on
-/// behind the last block for as many as a vector may take more.
+/// destination sample, and a third one where the filter has three taps. Even and odd blocks have tables of their own, since the
+/// kernels pack one of each together; the tables go on behind the last block for as many as a vector may take more.
 class HorizontalFilter {
  public:
   static constexpr int kBlock = 8;
   static constexpr int kWindow = 16;
-  static constexpr uint8_t kNothing = 0x80;  ///< among the picks: zero
+
+  /// Per block a window, and 16 picks and 16 weights (the left and the right sample by turns); the same for the third samples,
+  /// whose every second weight is zero.
+  struct Table {
+    std::vector<int32_t> windows, thirdWindows;
+    std::vector<uint8_t> picks, thirdPicks;
+    std::vector<uint8_t> weights, thirdWeights;
+  };
 
   explicit HorizontalFilter(const ScaleFilter& filter);
 
   int count() const { return count_; }
   int taps() const { return taps_; }
   /// The third samples are in the same windows as the first two.
-  bool sharesWindows() const { return sharesWindows_; }
-
-  /// Where the windows start: one for every block.
-  const int32_t* windows() const { return windows_.data(); }
-  const int32_t* thirdWindows() const { return thirdWindows_.data(); }
-  /// Which bytes of the window: the left and the right one by turns; the third one and nothing by turns.
-  const uint8_t* picks() const { return picks_.data(); }
-  const uint8_t* thirdPicks() const { return thirdPicks_.data(); }
-  /// One for every destination sample.
-  const uint16_t* leftWeights() const { return left_.data(); }
-  const uint16_t* rightWeights() const { return right_.data(); }
-  const uint16_t* thirdWeights() const { return third_.data(); }
+  bool thirdsShareWindows() const { return thirdsShareWindows_; }
+  /// Odd blocks have the windows of the even blocks before them.
+  bool oddsShareWindows() const { return oddsShareWindows_; }
+  const Table& even() const { return tables_[0]; }
+  const Table& odd() const { return tables_[1]; }
 
  private:
-  void addBlock(const ScaleFilter& filter, int first);
-  void addThirds(const ScaleFilter& filter, int first);
+  void addBlock(const ScaleFilter& filter, int first, Table& table) const;
+  void addThirds(const ScaleFilter& filter, int first, Table& table) const;
+  int windowFor(const ScaleFilter& filter, int first) const;
+  bool fitsWindow(const ScaleFilter& filter, int first, int window, int taps) const;
 
   int count_;
   int taps_;
-  bool sharesWindows_ = true;
-  std::vector<int32_t> windows_, thirdWindows_;
-  std::vector<uint8_t> picks_, thirdPicks_;
-  std::vector<uint16_t> left_, right_, third_;
+  bool thirdsShareWindows_ = true;
+  bool oddsShareWindows_ = true;
+  Table tables_[2];
 };
 
 }  // namespace vidloom

@@ -4,6 +4,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "vidloom/platform/pixels/PlaneOrientation.cpp"
+#include "hwy/cache_control.h"
 #include "hwy/foreach_target.h"
 #include "hwy/highway.h"
 #include "vidloom/platform/pixels/RowLoop-inl.h"
@@ -64,6 +65,11 @@ void TransposePlane(const uint8_t* source, ptrdiff_t sourceStride, int width, in
   for (int top = 0; top < height; top += kTileSide) {
     int x = 0;
     for (; x + lanes <= width; x += lanes) {
+      // Neither side of a tile is a stream that the processor would foresee.
+      for (int row = x + lanes; row < std::min(x + 2 * lanes, width); ++row) hwy::Prefetch(destination + row * stride + top);
+      if (x % kTileSide == 0 && x + kTileSide < width) {
+        for (int y = top; y < std::min(top + kTileSide, height); ++y) hwy::Prefetch(source + y * sourceStride + x + kTileSide);
+      }
       transposeStrip(StripBytes(), source + x, sourceStride, top, height, destination + x * stride, stride);
     }
     for (; x < width; x += kBlockSide) {

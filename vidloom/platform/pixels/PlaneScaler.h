@@ -19,11 +19,19 @@ class PlaneScaler {
   void row(int y, uint8_t* destination);
 
  private:
+  /// The rows that a destination row is made of, without those of no weight.
+  struct RowMix {
+    const uint8_t* rows[ScaleFilter::kMaximumTaps];
+    uint16_t weights[ScaleFilter::kMaximumTaps];
+    int count = 0;
+  };
+
   void scaleAcross(const uint8_t* source, uint8_t* destination);
   void mixInto(int index, uint8_t* destination);
   const uint8_t* mixedRow(int index);
   const uint8_t* scaledRow(int sourceRow);
-  int sourceRows(int index, const uint8_t** rows, uint16_t* weights) const;
+  RowMix mixOf(int index, const uint8_t* (PlaneScaler::*rowOf)(int));
+  const uint8_t* sourceRow(int row) { return source_.row(row); }
 
   static constexpr int kKeptRows = 4;
 

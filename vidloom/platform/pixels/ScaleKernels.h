@@ -8,7 +8,8 @@ namespace vidloom {
 
 class HorizontalFilter;
 
-/// destination = (sum of rows[i] * weights[i] + 128) / 256 over `taps` (1..3) rows; the weights' sum is 256.
+/// destination = (sum of rows[i] * weights[i] + 128) / 256 over `taps` (1..3) rows; every weight is above zero and their
+/// sum is 256.
 void mixRows(uint8_t* destination, const uint8_t* const* rows, const uint16_t* weights, int taps, int count);
 
 /// Filters a row into filter.count() samples. All of the row's samples may be read, and 16 even where it has fewer.
