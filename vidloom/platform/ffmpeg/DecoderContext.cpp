@@ -16,6 +16,12 @@ const AVCodec* decoderFor(AVCodecID codec, bool alpha) {
   return avcodec_find_decoder(codec);
 }
 
+/// Refusing the memory for the picture ends its decoding when everything that the headers say is known.
+int noteFormat(AVCodecContext* context, AVFrame* frame, int) {
+  *static_cast<int*>(context->opaque) = frame->format;
+  return AVERROR_EXTERNAL;
+}
+
 }  // namespace
 
 AvCodecContextPointer openDecoderContext(const AVCodecParameters& parameters, int timeBaseNumerator, int timeBaseDenominator,
@@ -33,7 +39,11 @@ AvCodecContextPointer openDecoderContext(const AVCodecParameters& parameters, in
   context->flags |= AV_CODEC_FLAG_UNALIGNED;      // crops exactly, whatever that does to the alignment of rows
   context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;  // samples are counted by us
   context->has_b_frames = std::max(context->has_b_frames, settings.reorderDepth);
-  if (settings.headersOnly) context->skip_frame = AVDISCARD_ALL;
+  if (settings.pixelFormatOnly != nullptr) {
+    context->get_buffer2 = noteFormat;
+    context->opaque = settings.pixelFormatOnly;
+    context->log_level_offset = AV_LOG_TRACE;
+  }
   avError = avcodec_open2(context.get(), codec, nullptr);
   return avError < 0 ? nullptr : std::move(context);
 }

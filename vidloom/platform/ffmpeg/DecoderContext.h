@@ -12,8 +12,10 @@ namespace vidloom {
 
 struct DecoderSettings {
   int threads = 1;
-  bool alpha = false;        ///< the decoder that gives an alpha plane, where there are two
-  bool headersOnly = false;  ///< reads what the headers say, gives no pictures where the codec can do that
+  bool alpha = false;  ///< the decoder that gives an alpha plane, where there are two
+  /// Where given, decoding stops as soon as the format of the pictures is known and writes it there; size and colours are then
+  /// in the context. Some codecs never get there without a picture.
+  int* pixelFormatOnly = nullptr;
   int reorderDepth = 0;
 };
 

@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kBufferBytes = 32 * 1024;
 constexpr unsigned kProbeBytes = 1024 * 1024;
+constexpr int kProbePackets = 2;
 
 constexpr std::string_view kMovie = "mov,mp4,m4a,3gp,3g2,mj2";
 constexpr std::array<std::string_view, 9> kContainers{kMovie, "matroska,webm", "avi", "mpegts", "mp3", "wav", "flac", "ogg", "aac"};
@@ -86,6 +87,7 @@ int Demuxer::openInput(const AVInputFormat* format, int maxStreams, const std::s
   context->pb = io_.get();
   context->flags |= AVFMT_FLAG_CUSTOM_IO;
   context->max_streams = maxStreams;
+  context->max_probe_packets = kProbePackets;
   context->io_open = refuseToOpen;
   context->io_close2 = closeNothing;
   context->interrupt_callback = {[](void* self) { return static_cast<Demuxer*>(self)->isCancelled() ? 1 : 0; }, this};

@@ -61,10 +61,10 @@ const KeyFrame* FileVideoDecoder::keyFrameAt(int64_t target) const {
 
 /// Whether going on from here is cheaper than beginning at the last key frame before the target.
 bool FileVideoDecoder::isNearer(int64_t target) const {
-  if (!shown_ || shown_->decoded.pts > target || !decoder_->lastSentDts()) return false;
+  if (!shown_ || shown_->decoded.pts > target || !decoder_->latestSentPts()) return false;
   if (source_.keyFrames.empty()) return target - shown_->decoded.pts < kFramesWorthABlindSeek * frameTicks_;
   const KeyFrame* key = keyFrameAt(target);
-  return !key || key->dts - *decoder_->lastSentDts() <= kFramesWorthASeek * frameTicks_;
+  return !key || key->pts - *decoder_->latestSentPts() <= kFramesWorthASeek * frameTicks_;
 }
 
 void FileVideoDecoder::begin(bool atBeginning) {

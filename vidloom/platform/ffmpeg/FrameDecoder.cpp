@@ -67,7 +67,7 @@ void FrameDecoder::reset() {
   avcodec_flush_buffers(context_.get());
   drained_ = false;
   errorsAtEnd_ = 0;
-  lastSentDts_.reset();
+  latestSentPts_.reset();
   firstKeyPts_.reset();
 }
 
@@ -120,9 +120,10 @@ FrameDecoder::Status FrameDecoder::sendPacket() {
 
 void FrameDecoder::noteSent() {
   const int64_t pts = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
-  if (pts != AV_NOPTS_VALUE) packetPts_ = pts;
-  if (packet_->dts != AV_NOPTS_VALUE) lastSentDts_ = std::max(packet_->dts, lastSentDts_.value_or(packet_->dts));
-  if (!firstKeyPts_ && (packet_->flags & AV_PKT_FLAG_KEY) != 0 && pts != AV_NOPTS_VALUE) firstKeyPts_ = pts;
+  if (pts == AV_NOPTS_VALUE) return;
+  packetPts_ = pts;
+  latestSentPts_ = std::max(pts, latestSentPts_.value_or(pts));
+  if (!firstKeyPts_ && (packet_->flags & AV_PKT_FLAG_KEY) != 0) firstKeyPts_ = pts;
 }
 
 void FrameDecoder::report(const std::string& what, int64_t ticks, int avError) {

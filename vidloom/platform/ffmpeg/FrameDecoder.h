@@ -28,8 +28,8 @@ class FrameDecoder {
   bool restartAt(const KeyFrame& key);
   bool restartBefore(int64_t ticks);
   bool restartAtBeginning();
-  /// Decoding time of the last packet that went into the decoder since the last restart; nullopt before the first.
-  std::optional<int64_t> lastSentDts() const { return lastSentDts_; }
+  /// The latest presentation time of the packets that went into the decoder since the last restart; nullopt before the first.
+  std::optional<int64_t> latestSentPts() const { return latestSentPts_; }
   /// Presentation time of the first key packet since the last restart; nullopt where none has come yet.
   std::optional<int64_t> firstKeyPts() const { return firstKeyPts_; }
   PacketSource& packets() { return *packets_; }
@@ -47,7 +47,7 @@ class FrameDecoder {
   AvPacketPointer packet_;
   bool drained_ = false;
   int64_t packetPts_ = 0;
-  std::optional<int64_t> lastSentDts_, firstKeyPts_;
+  std::optional<int64_t> latestSentPts_, firstKeyPts_;
   int reports_ = 0, errorsAtEnd_ = 0;
 };
 

@@ -41,8 +41,8 @@ struct MediaTrack {
   std::string codec;  ///< FFmpeg's name: "h264", "aac", ...
   bool enabled = true;
   CMTimeScale naturalTimeScale = 600;
-  CMTimeRange timeRange;         ///< asset time: from the end of a leading empty edit to the end of the last edit
-  std::vector<MediaEdit> edits;  ///< without gaps, first at zero
+  CMTimeRange timeRange = kCMTimeRangeZero;  ///< asset time: from the end of a leading empty edit to the end of the last edit
+  std::vector<MediaEdit> edits;              ///< without gaps, first at zero
   // Video
   CGSize naturalSize;  ///< the stored picture at its display size: pixel aspect applied, before preferredTransform
   int codedWidth = 0, codedHeight = 0;

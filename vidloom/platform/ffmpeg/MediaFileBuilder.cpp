@@ -1,6 +1,7 @@
 #include "vidloom/platform/ffmpeg/MediaFileBuilder.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 
@@ -20,7 +21,8 @@ namespace vidloom {
 
 namespace {
 
-constexpr int kMostInspectedPackets = 2000;
+constexpr int kMostInspectedPackets = 2000, kMostErrorsInARow = 100;
+constexpr double kWidestPixel = 32;
 constexpr int kCoverStreams = 32;  // that a movie may have beside its tracks
 
 bool isCover(const AVStream& stream) {
@@ -39,14 +41,11 @@ bool declaresAlpha(const AVStream& stream) {
   return mode && std::strcmp(mode->value, "1") == 0;
 }
 
-void discardAllBut(AVFormatContext& context, MediaKind first, MediaKind second) {
-  for (unsigned i = 0; i < context.nb_streams; ++i) {
-    const MediaKind kind = kindOf(*context.streams[i]);
-    context.streams[i]->discard = kind == first || kind == second ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-  }
+/// Width of a pixel by its height; nothing where that is not stated or beyond all reason.
+std::optional<double> pixelAspect(double width, double height) {
+  if (width <= 0 || height <= 0 || width > height * kWidestPixel || height > width * kWidestPixel) return std::nullopt;
+  return width / height;
 }
-
-CGAffineTransform transformOf(const std::array<double, 9>& m) { return {m[0], m[1], m[3], m[4], m[6], m[7]}; }
 
 /// A matrix that a container other than ISO files keeps beside a stream: moved so that the picture's corner is at the origin.
 CGAffineTransform sideDataTransform(const AVStream& stream, const CGSize& size) {
@@ -55,9 +54,8 @@ CGAffineTransform sideDataTransform(const AVStream& stream, const CGSize& size) 
   if (!data || bytes < 9 * sizeof(int32_t)) return CGAffineTransformIdentity;
   std::array<int32_t, 9> fixed{};
   std::memcpy(fixed.data(), data, sizeof fixed);
-  std::array<double, 9> m{};
-  for (size_t i = 0; i < 9; ++i) m[i] = fixed[i] / 65536.0;
-  CGAffineTransform transform = transformOf(m);
+  CGAffineTransform transform =
+      CGAffineTransformMake(fixed[0] / 65536.0, fixed[1] / 65536.0, fixed[3] / 65536.0, fixed[4] / 65536.0, 0, 0);
   transform.tx = -std::min(0.0, transform.a * size.width) - std::min(0.0, transform.c * size.height);
   transform.ty = -std::min(0.0, transform.b * size.width) - std::min(0.0, transform.d * size.height);
   return transform;
@@ -74,7 +72,7 @@ bool MediaFileBuilder::fail(NSError error) {
 }
 
 std::shared_ptr<const MediaFile> MediaFileBuilder::build() {
-  if (!openBytes() || !readContainer() || !inspectStreams() || !scanIfNeeded() || !describeStreams()) return nullptr;
+  if (!openBytes() || !readContainer() || !readPackets() || !describeStreams()) return nullptr;
   placeTracks();
   file_->finish();
   return file_;
@@ -104,12 +102,7 @@ bool MediaFileBuilder::readContainer() {
   }
   demuxer_ = file_->openDemuxer(error_);
   if (!demuxer_) return false;
-  AVFormatContext& context = demuxer_->context();
-  const bool headersSuffice = movie_ || file_->container() == "matroska,webm";
-  if (!headersSuffice) {
-    const int result = avformat_find_stream_info(&context, nullptr);
-    if (result < 0) return fail(inputErrorFor(path_, "cannot be read", result));
-  }
+  const AVFormatContext& context = demuxer_->context();
   const unsigned most = static_cast<unsigned>(limits_.maxTracks + (movie_ ? kCoverStreams : 0));
   if (context.nb_streams > most) {
     return fail(inputError(AVErrorFileFailedToParse, path_, "has more than " + std::to_string(limits_.maxTracks) + " tracks"));
@@ -122,34 +115,46 @@ bool MediaFileBuilder::needsInspection(int streamIndex) const {
   return found != inspectors_.end() && !found->second.isDone();
 }
 
-bool MediaFileBuilder::inspectStreams() {
+void MediaFileBuilder::prepareInspection() {
   AVFormatContext& context = demuxer_->context();
-  discardAllBut(context, MediaKind::video, MediaKind::audio);
   for (unsigned i = 0; i < context.nb_streams; ++i) {
     const AVStream& stream = *context.streams[i];
-    if (kindOf(stream) != MediaKind::other) inspectors_.try_emplace(stream.index, stream, declaresAlpha(stream), limits_);
-    if (!needsInspection(stream.index)) context.streams[i]->discard = AVDISCARD_ALL;
+    const bool isMedia = kindOf(stream) != MediaKind::other;
+    if (isMedia) inspectors_.try_emplace(stream.index, stream, declaresAlpha(stream), limits_);
+    const bool isRead = isMedia && (isScanned_ || needsInspection(stream.index));
+    context.streams[i]->discard = isRead ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
   }
+}
+
+/// Reads packets until the streams are understood, or all of them where the times have to come from the packets.
+bool MediaFileBuilder::readPackets() {
+  isScanned_ = !movie_ || movie_->isFragmented();
+  prepareInspection();
   AvPacketPointer packet(av_packet_alloc());
-  for (int count = 0; packet && count < kMostInspectedPackets; ++count) {
+  PacketScan scan(demuxer_->context(), scans_);
+  int errorsInARow = 0;
+  for (int count = 0; packet && errorsInARow < kMostErrorsInARow; ++count) {
     const bool anyLeft =
         std::any_of(inspectors_.begin(), inspectors_.end(), [](const auto& item) { return !item.second.isDone(); });
-    if (!anyLeft || demuxer_->read(*packet) < 0) break;
-    const int index = packet->stream_index;
-    if (needsInspection(index) && inspectors_.at(index).offer(*packet)) context.streams[index]->discard = AVDISCARD_ALL;
+    if (!isScanned_ && (!anyLeft || count >= kMostInspectedPackets)) break;
+    const int result = demuxer_->read(*packet);
+    if (result == AVERROR_EOF) break;
+    errorsInARow = result < 0 ? errorsInARow + 1 : 0;
+    if (result < 0) continue;
+    inspect(*packet, count);
+    if (isScanned_ && !scan.add(*packet, limits_.maxSamplesPerTrack)) {
+      return fail(inputError(AVErrorFileFailedToParse, path_, "has a track of too many packets"));
+    }
     av_packet_unref(packet.get());
   }
+  scan.finish();
   return true;
 }
 
-bool MediaFileBuilder::scanIfNeeded() {
-  isScanned_ = !movie_ || movie_->isFragmented();
-  if (!isScanned_) return true;
-  auto scanner = file_->openDemuxer(error_);
-  if (!scanner) return false;
-  discardAllBut(scanner->context(), MediaKind::video, MediaKind::audio);
-  if (scanPackets(*scanner, limits_.maxSamplesPerTrack, scans_)) return true;
-  return fail(inputError(AVErrorFileFailedToParse, path_, "has a track of too many packets"));
+void MediaFileBuilder::inspect(const AVPacket& packet, int count) {
+  if (!needsInspection(packet.stream_index) || count >= kMostInspectedPackets) return;
+  const bool done = inspectors_.at(packet.stream_index).offer(packet);
+  if (done && !isScanned_) demuxer_->context().streams[packet.stream_index]->discard = AVDISCARD_ALL;
 }
 
 bool MediaFileBuilder::describeStreams() {
@@ -203,6 +208,9 @@ void MediaFileBuilder::describe(const AVStream& stream) {
     const StreamFacts& facts = inspectors_.at(stream.index).facts();
     track.sampleRate = facts.sampleRate;
     track.channels = facts.channels;
+    source.soundPacketFrames = facts.packetFrames;
+    // This demuxer counts samples, whatever its time base says.
+    if (file_->container() == "flac" && facts.sampleRate > 0) source.denominator = facts.sampleRate;
   }
   const bool isUsable = track.kind == MediaKind::video   ? track.codedWidth > 0 && track.codedHeight > 0
                         : track.kind == MediaKind::audio ? track.sampleRate > 0 && track.channels > 0
@@ -221,20 +229,21 @@ void MediaFileBuilder::describePicture(const AVStream& stream, MediaTrack& track
   track.highDynamicRange = colors.highDynamicRange;
   track.interlaced = facts.interlaced;
   track.hasAlpha = declaresAlpha(stream) || hasAlphaPlane(facts.pixelFormat);
-  AVRational aspect{facts.pixelAspectWidth, facts.pixelAspectHeight};
+  double aspect = pixelAspect(facts.pixelAspectWidth, facts.pixelAspectHeight).value_or(1);
   const MovieHeaderTrack* header = movieTrackOf(stream);
-  if (!movie_ && stream.sample_aspect_ratio.num > 0 && stream.sample_aspect_ratio.den > 0) aspect = stream.sample_aspect_ratio;
-  if (header && header->pixelAspectWidth > 0) aspect = {header->pixelAspectWidth, header->pixelAspectHeight};
-  track.naturalSize = CGSizeMake(facts.width, facts.height);
-  if (aspect.num > 0 && aspect.den > 0) track.naturalSize.width = static_cast<double>(facts.width) * aspect.num / aspect.den;
-  track.preferredTransform = header ? transformOf(header->matrix) : sideDataTransform(stream, track.naturalSize);
+  if (!movie_) aspect = pixelAspect(stream.sample_aspect_ratio.num, stream.sample_aspect_ratio.den).value_or(aspect);
+  if (header) aspect = pixelAspect(header->pixelAspectWidth, header->pixelAspectHeight).value_or(aspect);
+  track.naturalSize = CGSizeMake(facts.width * aspect, facts.height);
+  track.preferredTransform = header ? header->transform : sideDataTransform(stream, track.naturalSize);
 }
 
 void MediaFileBuilder::describeRate(const AVStream& stream, const SampleTimes& times, MediaTrack& track) const {
   const double ticksPerSecond = stream.time_base.num > 0 ? static_cast<double>(stream.time_base.den) / stream.time_base.num : 0;
   const int64_t spread = times.longestDelta - times.shortestDelta;
   track.variableFrameRate = spread > 2 && spread * 20 > times.shortestDelta;
-  if (spread == 0 && times.longestDelta > 0) {
+  if (!movie_ && stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0) {
+    track.nominalFrameRate = av_q2d(stream.avg_frame_rate);
+  } else if (spread == 0 && times.longestDelta > 0) {
     track.nominalFrameRate = ticksPerSecond / static_cast<double>(times.longestDelta);
   } else if (times.durationTicks > 0) {
     track.nominalFrameRate = static_cast<double>(times.sampleCount) * ticksPerSecond / static_cast<double>(times.durationTicks);
@@ -302,7 +311,21 @@ void MediaFileBuilder::placeMovieTrack(size_t trackIndex) {
     return;
   }
   track.edits = movieEdits(*header, movie_->timescale(), extent);
+  if (track.kind == MediaKind::audio && header->edits.empty()) trimByTag(track);
   track.timeRange = timeRangeOf(track.edits);
+}
+
+/// Files without an edit list may say in a tag how much of their sound is the encoder's.
+void MediaFileBuilder::trimByTag(MediaTrack& track) const {
+  const AVDictionaryEntry* entry = av_dict_get(demuxer_->context().metadata, "iTunSMPB", nullptr, 0);
+  const std::optional<GaplessTag> tag = GaplessTag::parse(entry ? entry->value : nullptr);
+  const auto rate = static_cast<CMTimeScale>(track.sampleRate);
+  if (!tag || track.edits.size() != 1 || rate <= 0) return;
+  MediaEdit& edit = track.edits.front();
+  const CMTime left = CMTimeSubtract(edit.target.duration, CMTimeMake(tag->delay, rate));
+  if (left.value <= 0) return;
+  edit.mediaStart = CMTimeAdd(edit.mediaStart, CMTimeMake(tag->delay, rate));
+  edit.target.duration = CMTimeMinimum(left, CMTimeMake(tag->length, rate));
 }
 
 }  // namespace vidloom

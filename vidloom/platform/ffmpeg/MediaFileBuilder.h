@@ -9,6 +9,7 @@
 #include "vidloom/platform/ffmpeg/PacketScan.h"
 #include "vidloom/platform/ffmpeg/StreamInspector.h"
 
+struct AVPacket;
 struct AVStream;
 
 namespace vidloom {
@@ -22,9 +23,10 @@ class MediaFileBuilder {
  private:
   bool openBytes();
   bool readContainer();
-  bool inspectStreams();
+  void prepareInspection();
   bool needsInspection(int streamIndex) const;
-  bool scanIfNeeded();
+  bool readPackets();
+  void inspect(const AVPacket& packet, int count);
   bool describeStreams();
   bool checkLimits(const AVStream& stream, const StreamFacts& facts);
   void describe(const AVStream& stream);
@@ -32,6 +34,7 @@ class MediaFileBuilder {
   void describeRate(const AVStream& stream, const SampleTimes& times, MediaTrack& track) const;
   void placeTracks();
   void placeMovieTrack(size_t trackIndex);
+  void trimByTag(MediaTrack& track) const;
   const MovieHeaderTrack* movieTrackOf(const AVStream& stream) const;
   bool fail(NSError error);
 

@@ -1,6 +1,7 @@
 #include "vidloom/platform/ffmpeg/MovieHeader.h"
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 
 namespace vidloom {
@@ -8,6 +9,7 @@ namespace vidloom {
 namespace {
 
 constexpr int64_t kLargestIndexBytes = int64_t{512} << 20;
+constexpr int64_t kLargestFragmentBytes = int64_t{16} << 20;
 constexpr int kMostTopLevelBoxes = 1'000'000;
 constexpr size_t kMostEdits = 100'000;
 constexpr size_t kVideoEntryBytes = 78;  // of a sample description, before the boxes inside it
@@ -46,6 +48,14 @@ std::optional<Place> findTopLevel(const SourceFile& file, uint32_t type) {
   return std::nullopt;
 }
 
+/// A matrix that is missing or sends everything to one point counts as none.
+CGAffineTransform readMatrix(ByteReader& reader) {
+  double m[9] = {};
+  for (double& entry : m) entry = reader.i32() / 65536.0;
+  const bool isUsable = !reader.isExhausted() && (m[0] != 0 || m[1] != 0) && (m[3] != 0 || m[4] != 0);
+  return isUsable ? CGAffineTransformMake(m[0], m[1], m[3], m[4], m[6], m[7]) : CGAffineTransformIdentity;
+}
+
 void readTrackHeader(ByteSpan body, MovieHeaderTrack& track) {
   ByteReader reader(body);
   const bool wide = reader.u8() != 0;
@@ -53,9 +63,7 @@ void readTrackHeader(ByteSpan body, MovieHeaderTrack& track) {
   reader.skip(wide ? 16 : 8);
   track.trackID = reader.u32();
   reader.skip(4 + (wide ? 8 : 4) + 16);
-  std::array<double, 9> matrix{};
-  for (size_t i = 0; i < 9; ++i) matrix[i] = reader.i32() / (i % 3 == 2 ? double(1 << 30) : 65536.0);
-  if (!reader.isExhausted()) track.matrix = matrix;
+  track.transform = readMatrix(reader);
 }
 
 /// Unusable scales count as one tick a second, as libav's demuxer has it.
@@ -66,6 +74,33 @@ int32_t headerTimescale(ByteSpan body) {
   const bool wide = reader.u8() != 0;
   reader.skip(3 + (wide ? 16 : 8));
   return usableScale(reader.u32());
+}
+
+CGAffineTransform movieTransform(ByteSpan body) {
+  ByteReader reader(body);
+  const bool wide = reader.u8() != 0;
+  reader.skip(3 + (wide ? 28 : 16) + 16);
+  return readMatrix(reader);
+}
+
+/// The largest negative composition offset in a fragment's run of samples, as a positive number.
+int64_t runShift(ByteSpan body) {
+  constexpr uint32_t dataOffset = 0x1, firstFlags = 0x4, durations = 0x100, sizes = 0x200, flags = 0x400, offsets = 0x800;
+  ByteReader reader(body);
+  reader.skip(1);
+  const uint32_t present = reader.u24();
+  uint32_t count = reader.u32();
+  if ((present & offsets) == 0) return 0;
+  reader.skip(((present & dataOffset) != 0 ? 4 : 0) + ((present & firstFlags) != 0 ? 4 : 0));
+  size_t before = 0;
+  for (const uint32_t field : {durations, sizes, flags}) before += (present & field) != 0 ? 4 : 0;
+  int64_t shift = 0;
+  for (; count > 0 && reader.remaining() >= before + 4; --count) {
+    reader.skip(before);
+    const int64_t offset = reader.i32();
+    if (offset != std::numeric_limits<int32_t>::min()) shift = std::max(shift, -offset);
+  }
+  return shift;
 }
 
 std::vector<MovieHeaderEdit> readEdits(ByteSpan body) {
@@ -93,10 +128,8 @@ void readSampleDescription(ByteSpan body, MovieHeaderTrack& track) {
   if (track.handler != boxType("vide") || entry.body.size() <= kVideoEntryBytes) return;
   const Box aspect = BoxReader::find(entry.body.subspan(kVideoEntryBytes), boxType("pasp"));
   ByteReader reader(aspect.body);
-  const uint32_t width = reader.u32(), height = reader.u32();
-  if (width == 0 || height == 0 || width > 0xffff || height > 0xffff) return;
-  track.pixelAspectWidth = static_cast<int>(width);
-  track.pixelAspectHeight = static_cast<int>(height);
+  track.pixelAspectWidth = reader.u32();
+  track.pixelAspectHeight = reader.u32();
 }
 
 /// The number of samples, and how many bytes they must have at the least.
@@ -126,11 +159,14 @@ std::optional<MovieHeader> MovieHeader::read(const SourceFile& file, const Media
     return std::nullopt;
   }
   if (!header.readMovie(ByteSpan(bytes.get(), size), limits, problem)) return std::nullopt;
+  if (header.fragmented_) header.readFirstFragment(file);
   return header;
 }
 
 bool MovieHeader::readMovie(ByteSpan movie, const MediaLimits& limits, std::string* problem) {
-  timescale_ = headerTimescale(BoxReader::find(movie, boxType("mvhd")).body);
+  const ByteSpan movieHeader = BoxReader::find(movie, boxType("mvhd")).body;
+  timescale_ = headerTimescale(movieHeader);
+  transform_ = movieTransform(movieHeader);
   BoxReader boxes(movie);
   for (Box box; boxes.next(box);) {
     if (box.type == boxType("mvex")) fragmented_ = true;
@@ -144,9 +180,31 @@ bool MovieHeader::readMovie(ByteSpan movie, const MediaLimits& limits, std::stri
   return true;
 }
 
+void MovieHeader::readFirstFragment(const SourceFile& file) {
+  const std::optional<Place> place = findTopLevel(file, boxType("moof"));
+  if (!place || place->size > kLargestFragmentBytes) return;
+  std::vector<uint8_t> bytes(static_cast<size_t>(place->size));
+  if (!readAll(file, place->offset, bytes.data(), bytes.size())) return;
+  BoxReader boxes(bytes);
+  for (Box box; boxes.next(box);) {
+    if (box.type != boxType("traf")) continue;
+    ByteReader header(BoxReader::find(box.body, boxType("tfhd")).body);
+    header.skip(4);
+    const uint32_t trackID = header.u32();
+    BoxReader runs(box.body);
+    for (Box run; runs.next(run);) {
+      if (run.type != boxType("trun")) continue;
+      for (MovieHeaderTrack& track : tracks_) {
+        if (track.trackID == trackID) track.demuxerShift = std::max(track.demuxerShift, runShift(run.body));
+      }
+    }
+  }
+}
+
 bool MovieHeader::readTrack(ByteSpan body, const MediaLimits& limits, std::string* problem) {
   MovieHeaderTrack track;
   readTrackHeader(BoxReader::find(body, boxType("tkhd")).body, track);
+  track.transform = CGAffineTransformConcat(track.transform, transform_);
   const ByteSpan media = BoxReader::find(body, boxType("mdia")).body;
   track.timescale = headerTimescale(BoxReader::find(media, boxType("mdhd")).body);
   ByteReader handler(BoxReader::find(media, boxType("hdlr")).body);
@@ -161,7 +219,6 @@ bool MovieHeader::readTrack(ByteSpan body, const MediaLimits& limits, std::strin
   const Box sync = BoxReader::find(table, boxType("stss"));
   tables.syncSamples = sync.body;
   tables.hasSyncSamples = sync.type == boxType("stss");
-  track.demuxerShift = compositionShift(tables.compositionOffset);
   const bool isSound = track.handler != boxType("vide");
   const bool fits = samplesFit(BoxReader::find(table, boxType("stsz")).body, isSound, limits.maxSamplesPerTrack, fileSize_) &&
                     readSampleTimes(tables, limits.maxSamplesPerTrack, !isSound, track.times);

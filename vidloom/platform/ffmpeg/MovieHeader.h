@@ -1,7 +1,6 @@
 // What the index of an ISO media file (MP4, MOV, 3GP) says about its tracks, beyond what libav's demuxer passes on.
 #pragma once
 
-#include <array>
 #include <string>
 #include <vector>
 
@@ -20,13 +19,13 @@ struct MovieHeaderTrack {
   uint32_t trackID = 0;
   uint32_t handler = 0;  ///< 'vide', 'soun', ...
   bool enabled = true;
-  std::array<double, 9> matrix{1, 0, 0, 0, 1, 0, 0, 0, 1};
-  int32_t timescale = 1;                            ///< of the media
-  uint32_t format = 0;                              ///< of the first sample description: 'avc1', 'mp4a', 'encv', ...
-  int pixelAspectWidth = 0, pixelAspectHeight = 0;  ///< zero: not stated
+  CGAffineTransform transform = CGAffineTransformIdentity;  ///< the track's matrix, then the movie's
+  int32_t timescale = 1;                                    ///< of the media
+  uint32_t format = 0;                                      ///< of the first sample description: 'avc1', 'mp4a', 'encv', ...
+  uint32_t pixelAspectWidth = 0, pixelAspectHeight = 0;     ///< zero: not stated
   std::vector<MovieHeaderEdit> edits;
   SampleTimes times;
-  int64_t demuxerShift = 0;  ///< what libav's demuxer adds to presentation times
+  int64_t demuxerShift = 0;  ///< ticks that libav's demuxer adds to presentation times: in fragments with negative offsets only
 };
 
 /// The index as a whole. Reads nothing but the file itself, and of it only the index.
@@ -41,9 +40,11 @@ class MovieHeader {
 
  private:
   bool readMovie(ByteSpan movie, const MediaLimits& limits, std::string* problem);
+  void readFirstFragment(const SourceFile& file);
   bool readTrack(ByteSpan body, const MediaLimits& limits, std::string* problem);
 
   int32_t timescale_ = 1;
+  CGAffineTransform transform_ = CGAffineTransformIdentity;
   int64_t fileSize_ = 0;
   bool fragmented_ = false;
   std::vector<MovieHeaderTrack> tracks_;

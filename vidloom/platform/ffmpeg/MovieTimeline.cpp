@@ -1,6 +1,7 @@
 #include "vidloom/platform/ffmpeg/MovieTimeline.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "vidloom/platform/coremedia/CMTimeRational.h"
 
@@ -10,6 +11,8 @@ namespace {
 
 using detail::Int128;
 
+constexpr unsigned kLongestDelay = 1 << 20;
+constexpr unsigned long long kLongestLength = 1ULL << 48;
 constexpr uint64_t kLongestEditSeconds = 1'000'000'000;  // longer ones are damage
 
 class EditBuilder {
@@ -63,6 +66,14 @@ class EditBuilder {
 
 std::vector<MediaEdit> movieEdits(const MovieHeaderTrack& track, int32_t movieTimescale, const MediaExtent& extent) {
   return EditBuilder(track, movieTimescale, extent).build();
+}
+
+std::optional<GaplessTag> GaplessTag::parse(const char* text) {
+  unsigned reserved = 0, delay = 0, padding = 0;
+  unsigned long long length = 0;
+  if (!text || std::sscanf(text, " %x %x %x %llx", &reserved, &delay, &padding, &length) != 4) return std::nullopt;
+  if (delay > kLongestDelay || length == 0 || length > kLongestLength) return std::nullopt;
+  return GaplessTag{delay, static_cast<int64_t>(length)};
 }
 
 CMTimeRange timeRangeOf(const std::vector<MediaEdit>& edits) {

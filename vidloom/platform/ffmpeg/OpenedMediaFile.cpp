@@ -12,6 +12,11 @@ namespace {
 
 constexpr int kSpareStreams = 33;  // covers beside the tracks, and one that shows that there are too many
 
+/// Whether the demuxer gives right times without having looked into the streams.
+bool headersSuffice(const std::string& container) {
+  return isMovieContainer(container) || container == "matroska,webm" || container == "wav";
+}
+
 }  // namespace
 
 OpenedMediaFile::OpenedMediaFile(std::filesystem::path path, const AVInputFormat* format, const MediaLimits& limits,
@@ -41,8 +46,10 @@ std::unique_ptr<Demuxer> OpenedMediaFile::openDemuxer(std::optional<NSError>* er
   if (!open) return nullptr;
   int avError = 0;
   auto demuxer = Demuxer::open(std::move(open), format_, limits_.maxTracks + kSpareStreams, logName(), avError);
-  if (!demuxer) setInputError(error, inputErrorFor(path_, "cannot be read", avError));
-  return demuxer;
+  if (demuxer && !headersSuffice(container_)) avError = avformat_find_stream_info(&demuxer->context(), nullptr);
+  if (avError >= 0) return demuxer;
+  setInputError(error, inputErrorFor(path_, "cannot be read", avError));
+  return nullptr;
 }
 
 void OpenedMediaFile::addTrack(MediaTrack track, TrackSource source) {

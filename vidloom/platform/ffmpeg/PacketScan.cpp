@@ -1,7 +1,8 @@
 #include "vidloom/platform/ffmpeg/PacketScan.h"
 
 #include <algorithm>
-#include <limits>
+#include <optional>
+#include <string_view>
 
 extern "C" {
 #include <libavcodec/packet.h>
@@ -13,17 +14,22 @@ namespace vidloom {
 
 namespace {
 
-constexpr int kMostErrorsInARow = 100;
 constexpr int64_t kPacketsPerMark = 16;
+constexpr int64_t kLongestPacketSeconds = 3600;
+
+}  // namespace
 
 /// Collects one stream.
-class StreamScan {
+class PacketScan::Stream {
  public:
-  StreamScan(const AVStream& stream, ScannedStream& result) : stream_(stream), result_(result) {}
+  Stream(const AVStream& stream, bool durationsAreTrimmed, bool countsSamples, ScannedStream& result)
+      : stream_(stream), durationsAreTrimmed_(durationsAreTrimmed), countsSamples_(countsSamples), result_(result) {}
 
   void add(const AVPacket& packet) {
     const int64_t pts = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
     noteSkips(packet);
+    result_.bytes += packet.size;
+    if (result_.times.sampleCount == 0) result_.firstBytes = packet.size;
     if (pts == AV_NOPTS_VALUE) return noteUntimed(packet);
     SampleTimes& times = result_.times;
     const int64_t end = pts + durationOf(packet);
@@ -36,7 +42,9 @@ class StreamScan {
     times.firstPts = std::min(times.firstPts, pts);
     if (end >= times.endPts) result_.lastDuration = end - pts;
     times.endPts = std::max(times.endPts, end);
-    noteDuration(packet.duration);
+    if (previousPts_ && pts > *previousPts_) step_ = pts - *previousPts_;
+    if (result_.times.sampleCount == 1) result_.firstStep = step_;
+    previousPts_ = pts;
     if (stream_.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) addPicture(packet, pts);
     if (stream_.codecpar->codec_type == AVMEDIA_TYPE_AUDIO && times.sampleCount % kPacketsPerMark == 0 && packet.pos >= 0) {
       result_.marks.push_back({pts, packet.pos});
@@ -47,8 +55,11 @@ class StreamScan {
   void finish() {
     SampleTimes& times = result_.times;
     times.reorderDepth = reordering_.depth();
-    result_.packetDuration = sameDuration_ ? firstDuration_ : 0;
     finishDeltas();
+    if (result_.lastDuration == 0) {
+      result_.lastDuration = times.shortestDelta > 0 ? times.shortestDelta : step_;
+      times.endPts += result_.lastDuration;
+    }
     times.durationTicks = times.endPts - times.firstPts;
     times.allAreKeyFrames = static_cast<int64_t>(times.keyFrames.size()) == times.sampleCount;
     std::stable_sort(times.keyFrames.begin(), times.keyFrames.end(),
@@ -57,14 +68,19 @@ class StreamScan {
 
  private:
   int64_t durationOf(const AVPacket& packet) const {
-    if (packet.duration > 0) return packet.duration;
+    const bool isAbsurd = packet.duration > av_rescale_q(kLongestPacketSeconds, {1, 1}, stream_.time_base);
+    const int sampleRate = stream_.codecpar->sample_rate;
+    if (packet.duration > 0 && !isAbsurd)
+      return countsSamples_ && sampleRate > 0 ? av_rescale(packet.duration, sampleRate, stream_.time_base.den) : packet.duration;
     const AVRational rate = stream_.avg_frame_rate.num > 0 ? stream_.avg_frame_rate : stream_.r_frame_rate;
     if (stream_.codecpar->codec_type != AVMEDIA_TYPE_VIDEO || rate.num <= 0) return 0;
     return av_rescale_q(1, av_inv_q(rate), stream_.time_base);
   }
 
   void noteUntimed(const AVPacket& packet) {
-    if (result_.hasTimes) result_.times.endPts += durationOf(packet);
+    if (!result_.hasTimes) return;
+    const int64_t duration = durationOf(packet);
+    result_.times.endPts += duration > 0 ? duration : step_;
     ++result_.times.sampleCount;
   }
 
@@ -73,13 +89,7 @@ class StreamScan {
     const uint8_t* data = av_packet_get_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, &bytes);
     if (!data || bytes < 10) return;
     if (result_.times.sampleCount == 0) result_.skipFrames = static_cast<int>(std::min<uint32_t>(AV_RL32(data), 1 << 20));
-    result_.discardFrames = static_cast<int>(std::min<uint32_t>(AV_RL32(data + 4), 1 << 20));
-  }
-
-  void noteDuration(int64_t duration) {
-    if (firstDuration_ == 0) firstDuration_ = duration;
-    sameDuration_ = sameDuration_ && (pendingDuration_ == 0 || pendingDuration_ == firstDuration_);
-    pendingDuration_ = duration;
+    if (!durationsAreTrimmed_) result_.discardFrames = static_cast<int>(std::min<uint32_t>(AV_RL32(data + 4), 1 << 20));
   }
 
   void addPicture(const AVPacket& packet, int64_t pts) {
@@ -96,7 +106,6 @@ class StreamScan {
   void finishDeltas() {
     std::sort(recent_.begin(), recent_.end());
     takeDeltas(recent_.size());
-    if (result_.times.longestDelta == 0) result_.times.shortestDelta = result_.times.longestDelta = result_.lastDuration;
   }
 
   void takeDeltas(size_t count) {
@@ -115,36 +124,35 @@ class StreamScan {
 
   static constexpr size_t kSortWindow = 64;
   const AVStream& stream_;
+  bool durationsAreTrimmed_;  ///< the last packet's duration is that of the samples that are kept
+  bool countsSamples_;        ///< times count samples, durations do not
   ScannedStream& result_;
   ReorderDepth reordering_;
   std::vector<int64_t> recent_;
   int64_t previousShown_ = 0;
   bool hasPrevious_ = false;
-  int64_t firstDuration_ = 0, pendingDuration_ = 0;
-  bool sameDuration_ = true;
+  std::optional<int64_t> previousPts_;
+  int64_t step_ = 0;  ///< between the last two time stamps
 };
 
-}  // namespace
+PacketScan::PacketScan(const AVFormatContext& context, std::map<int, ScannedStream>& streams)
+    : context_(context), results_(streams) {}
 
-bool scanPackets(Demuxer& demuxer, int64_t maxSamples, std::map<int, ScannedStream>& streams) {
-  std::map<int, StreamScan> scans;
-  AvPacketPointer packet(av_packet_alloc());
-  int errors = 0;
-  while (packet && errors < kMostErrorsInARow) {
-    const int result = demuxer.read(*packet);
-    if (result == AVERROR_EXIT) return false;
-    if (result == AVERROR_EOF) break;
-    errors = result < 0 ? errors + 1 : 0;
-    if (result < 0) continue;
-    const AVStream& stream = *demuxer.context().streams[packet->stream_index];
-    auto scan = scans.find(stream.index);
-    if (scan == scans.end()) scan = scans.try_emplace(stream.index, stream, streams[stream.index]).first;
-    scan->second.add(*packet);
-    av_packet_unref(packet.get());
-    if (streams[stream.index].times.sampleCount > maxSamples) return false;
-  }
-  for (auto& [index, scan] : scans) scan.finish();
-  return true;
+PacketScan::~PacketScan() = default;
+
+bool PacketScan::add(const AVPacket& packet, int64_t maxSamples) {
+  const int index = packet.stream_index;
+  auto found = streams_.find(index);
+  if (found == streams_.end())
+    found = streams_.try_emplace(index, *context_.streams[index], isContainer("ogg"), isContainer("flac"), results_[index]).first;
+  found->second.add(packet);
+  return results_[index].times.sampleCount <= maxSamples;
+}
+
+bool PacketScan::isContainer(const char* name) const { return std::string_view(context_.iformat->name) == name; }
+
+void PacketScan::finish() {
+  for (auto& [index, stream] : streams_) stream.finish();
 }
 
 }  // namespace vidloom

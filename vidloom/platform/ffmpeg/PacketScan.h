@@ -4,11 +4,10 @@
 #include <map>
 #include <vector>
 
-#include "vidloom/platform/ffmpeg/AvPointers.h"
-#include "vidloom/platform/ffmpeg/Demuxer.h"
 #include "vidloom/platform/ffmpeg/OpenedMediaFile.h"
 #include "vidloom/platform/ffmpeg/SampleTimes.h"
 
+struct AVFormatContext;
 struct AVPacket;
 
 namespace vidloom {
@@ -19,14 +18,29 @@ struct ScannedStream {
   bool hasTimes = false;
   int64_t firstDts = 0;
   int64_t lastDuration = 0;
+  int64_t firstStep = 0;  ///< from the first time to the second
+  int64_t bytes = 0, firstBytes = 0;
   int skipFrames = 0;     ///< samples to leave out at the very beginning
   int discardFrames = 0;  ///< samples to leave out at the very end
   std::vector<SoundMark> marks;
-  int64_t packetDuration = 0;  ///< of every packet but the last; 0 where they differ
 };
 
-/// Reads to the end of the file. Streams that the demuxer discards are not in the result. False when cancelled or where more than
-/// maxSamples packets are in a stream.
-bool scanPackets(Demuxer& demuxer, int64_t maxSamples, std::map<int, ScannedStream>& streams);
+/// Takes the packets of a file in the order in which they come.
+class PacketScan {
+ public:
+  PacketScan(const AVFormatContext& context, std::map<int, ScannedStream>& streams);
+  ~PacketScan();
+  /// False where a stream has more than maxSamples packets.
+  bool add(const AVPacket& packet, int64_t maxSamples);
+  /// After the last packet: fills in what only the whole tells.
+  void finish();
+
+ private:
+  class Stream;
+  bool isContainer(const char* name) const;
+  const AVFormatContext& context_;
+  std::map<int, ScannedStream>& results_;
+  std::map<int, Stream> streams_;
+};
 
 }  // namespace vidloom

@@ -126,20 +126,6 @@ void ReorderDepth::add(int64_t pts) {
   recent_[count_++ % window] = pts;
 }
 
-int64_t compositionShift(ByteSpan compositionOffset) {
-  ByteReader reader(compositionOffset);
-  reader.skip(4);
-  const uint32_t entries = reader.u32();
-  int64_t shift = 0;
-  for (uint32_t i = 0; i < entries && reader.remaining() >= 8; ++i) {
-    const auto count = reader.i32();
-    const int64_t offset = reader.i32();
-    // The demuxer does not look at the last two entries, nor at empty runs.
-    if (count > 0 && uint64_t{i} + 2 < entries && offset != std::numeric_limits<int32_t>::min()) shift = std::max(shift, -offset);
-  }
-  return shift;
-}
-
 bool readSampleTimes(const SampleTables& tables, int64_t maxSamples, bool forPictures, SampleTimes& times) {
   times = {};
   addDeltas(tables.timeToSample, times);

@@ -37,10 +37,6 @@ struct SampleTables {
 /// collected for pictures only.
 bool readSampleTimes(const SampleTables& tables, int64_t maxSamples, bool forPictures, SampleTimes& times);
 
-/// How many ticks libav's demuxer adds to the presentation times of a track with such offsets, to have none before its decoding
-/// time.
-int64_t compositionShift(ByteSpan compositionOffset);
-
 /// The depth of reordering of presentation times that arrive in decoding order, one by one.
 class ReorderDepth {
  public:

@@ -6,6 +6,8 @@
 #include "vidloom/platform/ffmpeg/MovieTimeline.h"
 
 extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/intreadwrite.h>
 #include <libavutil/mathematics.h>
 }
 
@@ -22,40 +24,81 @@ int64_t toSamples(int64_t ticks, const ScannedTrack& item) {
 /// The decoded sound of a track from its very first sample on: [anchor, end), of which `first` is the first one meant to be heard.
 struct SoundExtent {
   int64_t first = 0, end = 0;
+  int skip = 0;
 };
+
+int skippedFrames(const ScannedTrack& item) {
+  const AVCodecParameters& codec = *item.source->parameters;
+  if (item.scan->skipFrames > 0 || codec.codec_id != AV_CODEC_ID_OPUS || codec.extradata_size < 12) return item.scan->skipFrames;
+  return AV_RL16(codec.extradata + 10);  // Opus says in its header how much the decoder gives too much
+}
+
+/// Whether all packets hold `frames` samples and follow each other, as far as the time stamps can tell.
+bool isEven(const ScannedTrack& item, int64_t frames, int64_t oneTick) {
+  const SampleTimes& times = item.scan->times;
+  if (frames <= 0 || times.sampleCount < 2) return false;
+  const int64_t stamped = toSamples(times.endPts - item.scan->lastDuration, item) - toSamples(times.firstPts, item);
+  return std::llabs(stamped - (times.sampleCount - 1) * frames) <= 2 * oneTick;
+}
+
+bool alwaysFillsPackets(int codec) {
+  return codec == AV_CODEC_ID_AAC || codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_MP2 || codec == AV_CODEC_ID_AC3 ||
+         codec == AV_CODEC_ID_EAC3 || codec == AV_CODEC_ID_OPUS;
+}
+
+/// Samples from the first packet's beginning to the last one's end.
+int64_t soundLength(const ScannedTrack& item, int64_t oneTick) {
+  const ScannedStream& scan = *item.scan;
+  const AVCodecParameters& codec = *item.source->parameters;
+  const int frameBits = av_get_exact_bits_per_sample(codec.codec_id) * codec.ch_layout.nb_channels;
+  if (frameBits > 0 && oneTick > 1 && item.source->soundPacketFrames > 0) return scan.bytes * 8 / frameBits;
+  const int64_t stamped = toSamples(scan.times.endPts, item) - toSamples(scan.times.firstPts, item);
+  if (oneTick <= 1 || item.source->soundPacketFrames <= 0) return stamped;
+  if (alwaysFillsPackets(codec.codec_id)) return scan.times.sampleCount * item.source->soundPacketFrames;
+  return (scan.times.sampleCount - 1) * item.source->soundPacketFrames + toSamples(scan.lastDuration, item);
+}
+
+int packetFramesOf(const ScannedTrack& item) {
+  const AVCodecParameters& codec = *item.source->parameters;
+  const int frameBits = av_get_exact_bits_per_sample(codec.codec_id) * codec.ch_layout.nb_channels;
+  return frameBits > 0 ? static_cast<int>(item.scan->firstBytes * 8 / frameBits) : item.source->soundPacketFrames;
+}
 
 SoundExtent placeSound(const ScannedTrack& item) {
   const ScannedStream& scan = *item.scan;
   TrackSource& source = *item.source;
-  const AVRational base = timeBaseOf(source);
   const auto rate = static_cast<int>(item.track->sampleRate);
-  const int64_t oneTick = av_rescale_q_rnd(1, base, {1, rate}, AV_ROUND_UP);
+  const int64_t oneTick = av_rescale_q_rnd(1, timeBaseOf(source), {1, rate}, AV_ROUND_UP);
+  const int skip = skippedFrames(item);
+  source.soundPacketFrames = packetFramesOf(item);
+  if (!isEven(item, source.soundPacketFrames, oneTick)) source.soundPacketFrames = 0;
+  source.hasSoundAnchor = true;
   source.soundAnchor = toSamples(scan.times.firstPts, item);
   // Time stamps coarser than a sample round the encoder's delay; what is heard first is then at zero exactly.
-  if (scan.skipFrames > 0 && oneTick > 1 && std::llabs(source.soundAnchor + scan.skipFrames) <= oneTick) {
-    source.soundAnchor = -scan.skipFrames;
-  }
-  source.hasSoundAnchor = true;
-  const int64_t length = av_rescale_q(scan.times.endPts - scan.times.firstPts, base, {1, rate});
-  const int64_t first = source.soundAnchor + scan.skipFrames;
-  return {first, std::max(first, source.soundAnchor + length - scan.discardFrames)};
+  if (skip > 0 && oneTick > 1 && std::llabs(source.soundAnchor + skip) <= oneTick) source.soundAnchor = -skip;
+  const int64_t first = source.soundAnchor + skip;
+  const SoundExtent extent{first, std::max(first, source.soundAnchor + soundLength(item, oneTick) - scan.discardFrames), skip};
+  // The first packet of Vorbis gives no sound; what the second gives is heard from the first one's time on.
+  if (source.parameters->codec_id == AV_CODEC_ID_VORBIS) source.soundAnchor -= toSamples(scan.firstStep, item);
+  return extent;
 }
 
 struct Placement {
   CMTime start, mediaStart, duration;
 };
 
+CMTime timeOfTicks(int64_t ticks, const ScannedTrack& item) {
+  return ticks == 0 ? kCMTimeZero : CMTimeMake(ticks * item.source->numerator, item.source->denominator);
+}
+
 Placement placementOf(const ScannedTrack& item) {
-  const AVRational base = timeBaseOf(*item.source);
-  if (item.track->kind == MediaKind::audio) {
-    const SoundExtent sound = placeSound(item);
-    const auto rate = static_cast<CMTimeScale>(item.track->sampleRate);
-    const CMTime first = CMTimeMake(sound.first, rate);
-    return {first, first, CMTimeMake(sound.end - sound.first, rate)};
-  }
   const SampleTimes& times = item.scan->times;
-  const CMTime first = CMTimeMake(times.firstPts * base.num, base.den);
-  return {first, first, CMTimeMake((times.endPts - times.firstPts) * base.num, base.den)};
+  const CMTime stamped = timeOfTicks(times.firstPts, item);
+  if (item.track->kind == MediaKind::video) return {stamped, stamped, timeOfTicks(times.endPts - times.firstPts, item)};
+  const SoundExtent sound = placeSound(item);
+  const auto rate = static_cast<CMTimeScale>(item.track->sampleRate);
+  const CMTime first = sound.first == 0 ? kCMTimeZero : CMTimeMake(sound.first, rate);
+  return {sound.skip > 0 ? first : stamped, first, CMTimeMake(sound.end - sound.first, rate)};
 }
 
 }  // namespace

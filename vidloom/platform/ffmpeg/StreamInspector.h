@@ -18,6 +18,7 @@ struct StreamFacts {
   int pixelAspectWidth = 0, pixelAspectHeight = 0;
   bool interlaced = false;
   int sampleRate = 0, channels = 0;
+  int packetFrames = 0;  ///< samples of a channel in a packet; 0: not known
 };
 
 /// Looks at the packets of one stream until it knows. Decodes a picture only where the headers do not suffice.
@@ -33,12 +34,13 @@ class StreamInspector {
  private:
   bool readHeaders(const AVPacket& packet);
   bool decodeOne(const AVPacket& packet);
-  void lookForFields(const AVPacket& packet);
+  bool parse(const AVPacket& packet);
 
   const AVStream& stream_;
   bool alpha_;
   MediaLimits limits_;
   bool done_ = false;
+  int attempts_ = 0;
   StreamFacts facts_;
 };
 
