@@ -36,8 +36,9 @@ AvCodecContextPointer openDecoderContext(const AVCodecParameters& parameters, in
   context->thread_count = settings.threads;
   context->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
   context->max_pixels = limits.maxPixels;
-  context->flags |= AV_CODEC_FLAG_UNALIGNED;      // crops exactly, whatever that does to the alignment of rows
-  context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;  // samples are counted by us
+  context->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;  // else some decoders stop at the first such picture at the end
+  context->flags |= AV_CODEC_FLAG_UNALIGNED;       // crops exactly, whatever that does to the alignment of rows
+  context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;   // samples are counted by us
   context->has_b_frames = std::max(context->has_b_frames, settings.reorderDepth);
   if (settings.pixelFormatOnly != nullptr) {
     context->get_buffer2 = noteFormat;

@@ -73,7 +73,8 @@ void FileVideoDecoder::begin(bool atBeginning) {
   damaged_.reset();
   atEnd_ = false;
   fromBeginning_ = atBeginning;
-  ++seekCount_;
+  if (hasDecoded_) ++seekCount_;
+  hasDecoded_ = true;
 }
 
 bool FileVideoDecoder::findFrom(int64_t target) {
@@ -141,7 +142,7 @@ bool FileVideoDecoder::fetch() {
 /// Pictures that are shown before the key frame at which decoding began may lean on what was not decoded.
 bool FileVideoDecoder::isWanted(const DecodedFrame& frame) const {
   if (!fromBeginning_ && (!decoder_->firstKeyPts() || frame.pts < *decoder_->firstKeyPts())) return false;
-  return !shown_ || frame.pts > shown_->decoded.pts;
+  return !frame.isUnrecovered && (!shown_ || frame.pts > shown_->decoded.pts);
 }
 
 std::optional<VideoFrame> FileVideoDecoder::give(std::optional<NSError>* error) {

@@ -47,6 +47,7 @@ class FileVideoDecoder final : public VideoDecoder {
   bool atEnd_ = false;
   bool fromBeginning_ = true;  ///< this run of decoding began with the file's first packet
   std::optional<int64_t> earliestPts_;
+  bool hasDecoded_ = false;
   int seekCount_ = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "vidloom/platform/ffmpeg/FrameDecoder.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "vidloom/platform/ffmpeg/DecoderContext.h"
 #include "vidloom/platform/ffmpeg/InputError.h"
@@ -49,23 +50,25 @@ FrameDecoder::FrameDecoder(std::unique_ptr<PacketSource> packets, AvCodecContext
       packet_(av_packet_alloc()) {}
 
 bool FrameDecoder::restartAt(const KeyFrame& key) {
-  reset();
+  reset(false);
   return packets_->seekTo(key);
 }
 
 bool FrameDecoder::restartBefore(int64_t ticks) {
-  reset();
+  reset(false);
   return packets_->seekBefore(ticks);
 }
 
 bool FrameDecoder::restartAtBeginning() {
-  reset();
+  reset(true);
   return packets_->seekToStart();
 }
 
-void FrameDecoder::reset() {
+/// What the decoder misses after a jump is no damage of the file.
+void FrameDecoder::reset(bool atBeginning) {
+  context_->log_level_offset = atBeginning ? 0 : AV_LOG_TRACE;
   avcodec_flush_buffers(context_.get());
-  drained_ = false;
+  drained_ = sawUnrecovered_ = sawRecovered_ = false;
   errorsAtEnd_ = 0;
   latestSentPts_.reset();
   firstKeyPts_.reset();
@@ -91,10 +94,20 @@ FrameDecoder::Status FrameDecoder::next(DecodedFrame& decoded) {
     const AVFrame& frame = *decoded.frame;
     decoded.pts = frame.pts != AV_NOPTS_VALUE ? frame.pts : frame.best_effort_timestamp;
     if (decoded.pts == AV_NOPTS_VALUE) continue;
-    decoded.isDamaged = (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame.decode_error_flags != 0;
-    if (decoded.isDamaged) report("damaged picture", decoded.pts, AVERROR_INVALIDDATA);
+    classify(decoded);
     return Status::frame;
   }
+}
+
+void FrameDecoder::classify(DecodedFrame& decoded) {
+  const AVFrame& frame = *decoded.frame;
+  // What comes out at the end is not marked: it is as good as what came before.
+  const bool isMarked = (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0;
+  decoded.isUnrecovered = isMarked || (drained_ && sawUnrecovered_ && !sawRecovered_);
+  const bool isLeading = firstKeyPts_ && decoded.pts < *firstKeyPts_;
+  if (!isLeading) (decoded.isUnrecovered ? sawUnrecovered_ : sawRecovered_) = true;
+  decoded.isDamaged = !isLeading && !decoded.isUnrecovered && frame.decode_error_flags != 0;
+  if (decoded.isDamaged) report("damaged picture", decoded.pts, AVERROR_INVALIDDATA);
 }
 
 /// `frame` when the decoder may have something to give now.
@@ -108,7 +121,7 @@ FrameDecoder::Status FrameDecoder::sendPacket() {
     return Status::frame;
   }
   if (result < 0) {
-    report("damaged file data after", packetPts_, result);
+    report("damaged file data", packetPts_, result);
     return Status::frame;
   }
   noteSent();
@@ -127,7 +140,8 @@ void FrameDecoder::noteSent() {
 }
 
 void FrameDecoder::report(const std::string& what, int64_t ticks, int avError) {
-  if (++reports_ > kMostReports) return;
+  const bool isRepeated = std::exchange(lastReport_, {ticks, avError}) == std::pair(ticks, avError);
+  if (isRepeated || ++reports_ > kMostReports) return;
   const char* more = reports_ == kMostReports ? " (further damage to this track is not logged)" : "";
   NSLog(NSStringWithFormat("%s: %s at %.3f s: %s%s", packets_->file().logName().c_str(), what.c_str(), packets_->seconds(ticks),
                            AvLog::words(avError).c_str(), more));

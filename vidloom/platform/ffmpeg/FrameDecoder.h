@@ -11,8 +11,9 @@ namespace vidloom {
 
 struct DecodedFrame {
   AvFramePointer frame;
-  int64_t pts = 0;  ///< ticks of media time
-  bool isDamaged = false;
+  int64_t pts = 0;             ///< ticks of media time
+  bool isDamaged = false;      ///< data was wrong
+  bool isUnrecovered = false;  ///< leans on pictures that were not decoded
 };
 
 /// The pictures of a track in the order in which they are shown, from where decoding began. One thread at a time.
@@ -36,8 +37,9 @@ class FrameDecoder {
 
  private:
   FrameDecoder(std::unique_ptr<PacketSource> packets, AvCodecContextPointer context);
-  void reset();
+  void reset(bool atBeginning);
   Status sendPacket();
+  void classify(DecodedFrame& decoded);
   void noteSent();
   void report(const std::string& what, int64_t ticks, int avError);
 
@@ -46,8 +48,10 @@ class FrameDecoder {
   AvLogName logName_;
   AvPacketPointer packet_;
   bool drained_ = false;
+  bool sawUnrecovered_ = false, sawRecovered_ = false;
   int64_t packetPts_ = 0;
   std::optional<int64_t> latestSentPts_, firstKeyPts_;
+  std::pair<int64_t, int> lastReport_{0, 0};
   int reports_ = 0, errorsAtEnd_ = 0;
 };
 

@@ -72,6 +72,9 @@ bool MediaFileBuilder::fail(NSError error) {
 }
 
 std::shared_ptr<const MediaFile> MediaFileBuilder::build() {
+  AvLog::install();
+  const std::string name = path_.string();
+  const AvLogScope scope(name);
   if (!openBytes() || !readContainer() || !readPackets() || !describeStreams()) return nullptr;
   placeTracks();
   file_->finish();
@@ -79,7 +82,6 @@ std::shared_ptr<const MediaFile> MediaFileBuilder::build() {
 }
 
 bool MediaFileBuilder::openBytes() {
-  AvLog::install();
   bytes_ = SourceFile::open(path_, error_);
   if (!bytes_) return false;
   int avError = 0;
@@ -294,11 +296,12 @@ void MediaFileBuilder::placeMovieTrack(size_t trackIndex) {
     return;
   }
   source.demuxerShift = header->demuxerShift;
+  source.fragmentsFromDts = header->times.durationTicks;
   MediaExtent extent{header->times.firstPts, header->times.endPts};
   if (isScanned_) {
-    const SampleTimes& times = scans_.at(track.streamIndex).times;
-    extent = {times.firstPts - source.demuxerShift, times.endPts - source.demuxerShift};
-    for (KeyFrame& key : source.keyFrames) key.pts -= source.demuxerShift;
+    const ScannedStream& scan = scans_.at(track.streamIndex);
+    extent = {mediaTicks(source, scan.times.firstPts, scan.firstDts), scan.times.endPts - source.demuxerShift};
+    for (KeyFrame& key : source.keyFrames) key.pts = mediaTicks(source, key.pts, key.dts);
   } else {
     source.keyFrames = header->times.keyFrames;
     source.reorderDepth = header->times.reorderDepth;

@@ -22,6 +22,7 @@ bool headersSuffice(const std::string& container) {
 OpenedMediaFile::OpenedMediaFile(std::filesystem::path path, const AVInputFormat* format, const MediaLimits& limits,
                                  std::shared_ptr<const SourceFile> bytes)
     : path_(std::move(path)),
+      logName_(path_.string()),
       format_(format),
       container_(format->name),
       limits_(limits),
@@ -44,12 +45,17 @@ std::shared_ptr<const SourceFile> OpenedMediaFile::bytes(std::optional<NSError>*
 std::unique_ptr<Demuxer> OpenedMediaFile::openDemuxer(std::optional<NSError>* error) const {
   auto open = bytes(error);
   if (!open) return nullptr;
+  const AvLogScope scope(logName_);
   int avError = 0;
   auto demuxer = Demuxer::open(std::move(open), format_, limits_.maxTracks + kSpareStreams, logName(), avError);
   if (demuxer && !headersSuffice(container_)) avError = avformat_find_stream_info(&demuxer->context(), nullptr);
   if (avError >= 0) return demuxer;
   setInputError(error, inputErrorFor(path_, "cannot be read", avError));
   return nullptr;
+}
+
+int64_t mediaTicks(const TrackSource& source, int64_t demuxerPts, int64_t dts) {
+  return dts >= source.fragmentsFromDts ? demuxerPts - source.demuxerShift : demuxerPts;
 }
 
 void OpenedMediaFile::addTrack(MediaTrack track, TrackSource source) {

@@ -16,11 +16,16 @@ struct SoundMark {
   int64_t position = 0;  ///< its first byte
 };
 
+struct TrackSource;
+/// The media time of a presentation time that the demuxer gives for a packet with that decoding time.
+int64_t mediaTicks(const TrackSource& source, int64_t demuxerPts, int64_t dts);
+
 /// How the packets of a track are read and decoded. Ticks are those of `numerator / denominator` seconds.
 struct TrackSource {
   AvCodecParametersPointer parameters;
   int numerator = 1, denominator = 1;
-  int64_t demuxerShift = 0;         ///< ticks: the demuxer's presentation time - media time
+  int64_t demuxerShift = 0;         ///< ticks: the demuxer's presentation time - media time, for the packets of fragments
+  int64_t fragmentsFromDts = 0;     ///< decoding time at which the fragments begin
   std::vector<KeyFrame> keyFrames;  ///< sorted by pts; empty: not known, the demuxer seeks by itself
   int64_t firstTicks = 0;           ///< media time of the earliest sample
   int reorderDepth = 0;
@@ -43,7 +48,7 @@ class OpenedMediaFile final : public MediaFile {
 
   const MediaLimits& limits() const { return limits_; }
   /// The file's name for messages.
-  std::string logName() const { return path_.string(); }
+  const std::string& logName() const { return logName_; }
   const TrackSource& source(int trackIndex) const { return sources_[static_cast<size_t>(trackIndex)]; }
   /// A demuxer that reads from the beginning. Null with an error, also where the path leads to other bytes by now.
   std::unique_ptr<Demuxer> openDemuxer(std::optional<NSError>* error) const;
@@ -58,6 +63,7 @@ class OpenedMediaFile final : public MediaFile {
   std::shared_ptr<const SourceFile> bytes(std::optional<NSError>* error) const;
 
   std::filesystem::path path_;
+  std::string logName_;
   const AVInputFormat* format_;
   std::string container_;
   MediaLimits limits_;

@@ -37,6 +37,7 @@ void PacketSource::prepareDemuxer() {
 }
 
 int PacketSource::next(AVPacket& packet) {
+  const AvLogScope scope(file_->logName(), AvLogScope::Mode::drop);  // its failures are told to the caller
   fresh_ = false;
   while (true) {
     const int result = demuxer_->read(packet);
@@ -46,7 +47,7 @@ int PacketSource::next(AVPacket& packet) {
     if (packet.stream_index == track_.streamIndex) break;
     av_packet_unref(&packet);
   }
-  if (packet.pts != AV_NOPTS_VALUE) packet.pts -= source_.demuxerShift;
+  if (packet.pts != AV_NOPTS_VALUE) packet.pts = mediaTicks(source_, packet.pts, packet.dts);
   return 0;
 }
 

@@ -84,6 +84,7 @@ bool StreamInspector::decodeOne(const AVPacket& packet) {
   settings.alpha = alpha_;
   auto context = openDecoderContext(*stream_.codecpar, stream_.time_base.num, stream_.time_base.den, settings, limits_, avError);
   AvFramePointer frame(av_frame_alloc());
+  if (context) context->log_level_offset = AV_LOG_TRACE;
   if (!context || !frame || avcodec_send_packet(context.get(), &packet) < 0) return false;
   int result = avcodec_receive_frame(context.get(), frame.get());
   if (result == AVERROR(EAGAIN)) {
