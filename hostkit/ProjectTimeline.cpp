@@ -3,9 +3,9 @@
 #include <map>
 
 #include "hostkit/PictureFit.h"
+#include "hostkit/ProjectMediaTrack.h"
 #include "hostkit/TimeText.h"
 #include "vidloom/platform/avfoundation/AVURLAsset.h"
-#include "vidloom/timeline/LUMAVAssetTrack.h"
 #include "vidloom/timeline/LUMComposition.h"
 #include "vidloom/timeline/LUMInstruction.h"
 
@@ -33,7 +33,7 @@ class TimelineMaker {
   std::shared_ptr<LUMTrack> make(const ProjectTrack& track, const CMTime& instructionStart) {
     const auto asset = shelf_.assetAt(track.path);
     if (asset->openError()) return refuse(track, causeOf(*asset->openError()));
-    const auto made = LUMAVAssetTrack::initWithAVAsset(asset, track.id);
+    const auto made = ProjectMediaTrack::initWithAVAsset(asset, track.id);
     if (made->videoTrack() == nullptr && made->audioTrack() == nullptr) return refuse(track, "neither picture nor sound in it");
     made->setStart(CMTimeAdd(instructionStart, track.start));
     made->setLeftTrimOffset(track.leftTrim);

@@ -108,17 +108,20 @@ CMTimeRange LUMAVAssetTrack::audioTrackInnerTimeRange() const {
 
 std::shared_ptr<LUMTrack> LUMAVAssetTrack::copyWithId(uint64_t objectId) const {
   auto copy = initWithAVAsset(asset_, objectId);
-  if (!copy) return nullptr;
-  copy->setLeftTrimOffset(leftTrimOffset());
-  copy->setRightTrimOffset(rightTrimOffset());
-  copy->setMuteAudioFlag(muteAudioFlag_);
-  copy->setStart(start());
-  copy->setTransform(transform());
-  copy->setIgnoreRendering(ignoreRendering());
-  copy->setScaleContext(scaleContext() ? scaleContext()->copy() : nullptr);
-  copy->userInfo() = userInfo();
-  copy->setCropData(cropData() ? cropData()->copy() : nullptr);
+  if (copy) copySettingsTo(*copy);
   return copy;
+}
+
+void LUMAVAssetTrack::copySettingsTo(LUMAVAssetTrack& copy) const {
+  copy.setLeftTrimOffset(leftTrimOffset());
+  copy.setRightTrimOffset(rightTrimOffset());
+  copy.setMuteAudioFlag(muteAudioFlag_);
+  copy.setStart(start());
+  copy.setTransform(transform());
+  copy.setIgnoreRendering(ignoreRendering());
+  copy.setScaleContext(scaleContext() ? scaleContext()->copy() : nullptr);
+  copy.userInfo() = userInfo();
+  copy.setCropData(cropData() ? cropData()->copy() : nullptr);
 }
 
 }  // namespace vidloom

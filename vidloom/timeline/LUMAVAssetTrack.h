@@ -45,6 +45,8 @@ class LUMAVAssetTrack : public LUMTrack {
   LUMAVAssetTrack() = default;
   /// The steps of initWithAVAsset on a finished object. False: give null.
   bool prepareWithAVAsset(std::shared_ptr<AVAsset> asset, uint64_t objectId);
+  /// What copyWithId copies to a new track of the same file.
+  void copySettingsTo(LUMAVAssetTrack& copy) const;
 
  private:
   bool muteAudioFlag_ = false;

@@ -1,0 +1,125 @@
+#include "hostkit/ProjectTimeline.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "hostkit/ProjectMediaTrack.h"
+#include "hostkit/TimeText.h"
+#include "tests/support/Fixtures.h"
+#include "vidloom/platform/avfoundation/AVAsset.h"
+#include "vidloom/timeline/LUMComposition.h"
+#include "vidloom/timeline/LUMInstruction.h"
+
+namespace vidloom {
+namespace {
+
+using testing::ClipSpec;
+
+std::string textOf(const CMTimeRange& range) { return exactTextFromTime(range.start) + " +" + exactTextFromTime(range.duration); }
+
+/// Two seconds of picture with that many frames of sound at 48 kHz; 0: none.
+std::filesystem::path clipWithSound(int64_t soundFrames) {
+  ClipSpec spec;
+  spec.frameCount = 60;
+  if (soundFrames > 0) spec.sound = testing::sine(440, soundFrames, 48000);
+  return makeClip(spec);
+}
+
+ProjectTrack trackOf(uint64_t id, const std::filesystem::path& path) {
+  ProjectTrack track;
+  track.id = id;
+  track.source = path.filename().string();
+  track.path = path;
+  track.pointer = "/t/" + std::to_string(id);
+  return track;
+}
+
+ProjectFile projectOf(const std::vector<ProjectTrack>& tracks, const CMTime& start = kCMTimeZero) {
+  ProjectFile project;
+  project.file = "p.json";
+  project.renderSize = CGSizeMake(640, 640);
+  project.fps = 30;
+  project.instructions = {{1, start, tracks}};
+  return project;
+}
+
+TEST(ProjectTimeline, MakesTheTracksOfAProjectAndOpensEachFileOnce) {
+  ProjectTrack first = trackOf(10, clipWithSound(96000));
+  first.start = CMTimeMake(1, 2);
+  first.leftTrim = CMTimeMake(1, 3);
+  first.rightTrim = CMTimeMake(2, 3);
+  first.mute = true;
+  ProjectTrack second = trackOf(11, first.path);
+  second.transform = CGAffineTransformMake(2, 0, 0, 2, 7, 8);
+  ProjectProblems problems;
+  const auto timeline = timelineOfProject(projectOf({first, second}, CMTimeMake(3, 1)), {}, problems);
+  ASSERT_NE(timeline, nullptr);
+  EXPECT_EQ(timeline->renderSize(), CGSizeMake(640, 640));
+  EXPECT_EQ(timeline->fps(), 30U);
+  EXPECT_EQ(exactTextFromTime(timeline->getInstruction(1)->start()), "0");
+  EXPECT_EQ(exactTextFromTime(timeline->duration()), "5");
+  const auto a = std::dynamic_pointer_cast<LUMAVAssetTrack>(timeline->getTrack(10, 1));
+  const auto b = std::dynamic_pointer_cast<LUMAVAssetTrack>(timeline->getTrack(11, 1));
+  EXPECT_EQ(a->asset(), b->asset());
+  EXPECT_EQ(textOf(a->trackGlobalTimeRange()), "7/2 +1");
+  EXPECT_EQ(textOf(a->trackInnerTimeRange()), "1/3 +1");
+  EXPECT_TRUE(a->muteAudioFlag());
+  EXPECT_EQ(a->transform(), CGAffineTransformMake(2, 0, 0, 2, 0, 140)) << "contained in the square";
+  EXPECT_EQ(b->transform(), *second.transform);
+  EXPECT_FALSE(b->muteAudioFlag());
+}
+
+TEST(ProjectTimeline, NotesSourcesThatCannotBeUsed) {
+  ProjectTrack whole = trackOf(1, clipWithSound(0));
+  whole.leftTrim = CMTimeMake(1, 1);
+  whole.rightTrim = CMTimeMake(1, 1);
+  const ProjectTrack text = trackOf(2, testing::writeFile("text.mp4", "this is no movie"));
+  ProjectProblems problems;
+  EXPECT_EQ(timelineOfProject(projectOf({whole, text}), {}, problems), nullptr);
+  ASSERT_EQ(problems.size(), 2U);
+  EXPECT_EQ(problems[0].text(), "p.json:/t/1: " + whole.source + ": the trims leave nothing of its 2 seconds");
+  EXPECT_THAT(problems[1].text(), ::testing::StartsWith("p.json:/t/2: text.mp4: "));
+}
+
+TEST(ProjectTimeline, StopsBetweenFilesWhenItIsCancelled) {
+  int asked = 0;
+  ProjectProblems problems;
+  const ProjectFile project = projectOf({trackOf(1, clipWithSound(0)), trackOf(2, "never opened"), trackOf(3, "nor this")});
+  EXPECT_EQ(timelineOfProject(
+                project, [&asked] { return ++asked > 1; }, problems),
+            nullptr);
+  EXPECT_EQ(asked, 2);
+  EXPECT_TRUE(problems.empty());
+}
+
+TEST(ProjectMediaTrack, PlaysTheSoundThatBelongsToTheShownPart) {
+  struct Row {
+    int64_t soundFrames;
+    CMTime leftTrim, rightTrim;
+    std::string sound;
+  };
+  constexpr CMTime kHalf{1, 2, kCMTimeFlags_Valid, 0};
+  constexpr CMTime kLate{3, 2, kCMTimeFlags_Valid, 0};
+  const Row rows[] = {
+      {96000, kCMTimeZero, kCMTimeZero, "0 +2"}, {96000, kHalf, kHalf, "1/2 +1"},
+      {96000, kLate, kCMTimeZero, "3/2 +1/2"},                                           // more is cut off than is left
+      {120000, kCMTimeZero, kHalf, "0 +3/2"},                                            // sound longer than the picture
+      {48000, kCMTimeZero, kHalf, "0 +1"},                                               // sound shorter than what is shown
+      {48000, kHalf, kCMTimeZero, "1/2 +1/2"},   {48000, kLate, kCMTimeZero, "3/2 +0"},  // the sound has ended before
+  };
+  for (const Row& row : rows) {
+    const auto asset = AVAsset::assetWithURL(clipWithSound(row.soundFrames));
+    const auto track = ProjectMediaTrack::initWithAVAsset(asset, 1);
+    track->setLeftTrimOffset(row.leftTrim);
+    track->setRightTrimOffset(row.rightTrim);
+    track->setStart(CMTimeMake(5, 1));
+    EXPECT_EQ(textOf(track->audioTrackInnerTimeRange()), row.sound);
+    EXPECT_EQ(exactTextFromTime(track->audioTrackGlobalTimeRange().start), "5");
+    const auto copy = track->copyWithId(2);
+    EXPECT_EQ(copy->objectId(), 2U);
+    EXPECT_EQ(textOf(copy->audioTrackInnerTimeRange()), row.sound);
+  }
+}
+
+}  // namespace
+}  // namespace vidloom

@@ -1,0 +1,275 @@
+#include "tools/ExportRun.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "hostkit/ProjectFile.h"
+#include "hostkit/ProjectTimeline.h"
+#include "tools/Console.h"
+#include "tools/ExportProgress.h"
+#include "tools/Interruption.h"
+#include "tools/OutputFile.h"
+#include "vidloom/export/LUMRender.h"
+#include "vidloom/platform/dispatch/RunLoop.h"
+#include "vidloom/timeline/LUMAVAssetTrack.h"
+#include "vidloom/timeline/LUMComposition.h"
+
+namespace vidloom {
+namespace {
+
+constexpr uint64_t kTickNs = 50'000'000;
+constexpr int kTicksUntilStalled = 20 * 60 * 10;  ///< ten minutes without the slightest advance
+constexpr std::chrono::milliseconds kCancelPatience{500};
+
+int64_t microseconds(const CMTime& time) { return CMTimeConvertScale(time, 1'000'000).value; }
+
+/// One export. Everything runs on the main thread except the blocks on the set-up queue, which take what they need along.
+class ExportRun : public std::enable_shared_from_this<ExportRun> {
+ public:
+  explicit ExportRun(ExportOptions options) : options_(std::move(options)), progress_(options_.progress) {}
+
+  ExitCode run();
+
+ private:
+  struct Opened {
+    std::shared_ptr<LUMComposition> timeline;
+    ProjectProblems problems;
+  };
+
+  bool refuseOutput();
+  void open(ProjectFile project);
+  void didOpen(const Opened& opened);
+  bool takeRange();
+  void start();
+  void didSetUp();
+  void listen();
+  void didComplete();
+
+  void end(ExitCode code, const std::string& message);
+  void endWithError(const NSError& error);
+  void tick();
+  void followCancellation();
+  [[noreturn]] void leaveAtOnce();
+  ExportPosition position() const;
+  bool isStalled();
+
+  ExportOptions options_;
+  ExportProgress progress_;
+  dispatch_queue_t setUpQueue_ = dispatch_queue_create("vidloom.command.setup", DISPATCH_QUEUE_SERIAL);
+  std::shared_ptr<LUMComposition> timeline_;
+  bool hasSound_ = false;
+  CMTimeRange range_;
+  std::shared_ptr<LUMRender> render_;
+  std::shared_ptr<LUMRenderDelegate> listener_ = std::make_shared<LUMRenderDelegate>();
+  bool isSettingUp_ = false;
+  std::optional<ExitCode> outcome_;
+  bool isCancelling_ = false;
+  std::chrono::steady_clock::time_point cancelledAt_;
+  int idleTicks_ = 0;
+  ExportPosition lastPosition_;
+};
+
+ExitCode ExportRun::run() {
+  Interruption::onlyCount();
+  if (refuseOutput()) return *outcome_;
+  ProjectProblems problems;
+  auto project = ProjectFile::read(options_.project, {.allowOutside = options_.allowOutside}, problems);
+  if (!project) {
+    for (const ProjectProblem& problem : problems) Console::line(problem.text());
+    return ExitCode::input;
+  }
+  open(std::move(*project));
+  if (!outcome_) progress_.report(position());
+  while (!outcome_ || isSettingUp_) {
+    RunLoop::main().runUntil([this] { return outcome_ && !isSettingUp_; }, kTickNs);
+    tick();
+  }
+  progress_.end(position());
+  return *outcome_;
+}
+
+bool ExportRun::refuseOutput() {
+  const std::string problem = problemWithOutput(options_.output, options_.overwrite);
+  if (!problem.empty()) {
+    end(ExitCode::output, problem);
+  } else if (isSameFile(options_.output, options_.project)) {
+    end(ExitCode::output, options_.output.string() + ": is the project itself");
+  }
+  return outcome_.has_value();
+}
+
+void ExportRun::open(ProjectFile project) {
+  for (const ProjectInstruction& instruction : project.instructions) {
+    for (const ProjectTrack& track : instruction.tracks) {
+      if (isSameFile(options_.output, track.path)) {
+        return end(ExitCode::output, options_.output.string() + ": is the source " + track.source + " of the project");
+      }
+    }
+  }
+  isSettingUp_ = true;
+  dispatch_async(setUpQueue_, [self = shared_from_this(), project = std::move(project)] {
+    const auto opened = std::make_shared<Opened>();
+    opened->timeline = timelineOfProject(
+        project, [] { return Interruption::count() > 0; }, opened->problems);
+    dispatch_async(dispatch_get_main_queue(), [self, opened] { self->didOpen(*opened); });
+  });
+}
+
+void ExportRun::didOpen(const Opened& opened) {
+  isSettingUp_ = false;
+  for (const ProjectProblem& problem : opened.problems) Console::line(problem.text());
+  if (!opened.problems.empty()) return end(ExitCode::input, "");
+  if (Interruption::count() > 0 || opened.timeline == nullptr) return end(ExitCode::cancelled, "cancelled");
+  timeline_ = opened.timeline;
+  bool hasPicture = false;
+  for (const auto& track : timeline_->allTracks()) {
+    const auto media = std::dynamic_pointer_cast<LUMAVAssetTrack>(track);
+    hasPicture |= media != nullptr && media->videoTrack() != nullptr;
+    hasSound_ |= media != nullptr && media->audioTrack() != nullptr && !media->muteAudioFlag();
+  }
+  if (!hasPicture) return end(ExitCode::input, options_.project.string() + ": there is nothing to show: no track with a picture");
+  if (takeRange()) start();
+}
+
+bool ExportRun::takeRange() {
+  const CMTimeRange whole = CMTimeRangeMake(kCMTimeZero, timeline_->duration());
+  range_ = options_.range ? CMTimeRangeGetIntersection(*options_.range, whole) : whole;
+  if (!CMTIMERANGE_IS_EMPTY(range_)) return true;
+  end(ExitCode::usage, "--range: the timeline ends before it begins");
+  return false;
+}
+
+void ExportRun::start() {
+  render_ = LUMRender::initWithComposition(timeline_, options_.output);
+  render_->setUseNativeComposition(true);
+  render_->setVideoEncoderOptions(options_.encoder);
+  if (options_.range) {
+    render_->setTimeRange(range_);
+    render_->setSessionStart(range_.start);
+  }
+  listen();
+  // The exporter removes an earlier file and logs where it cannot, which is no news where there is none.
+  if (!std::filesystem::exists(std::filesystem::symlink_status(options_.output))) Console::muteLog("cannot clean file from url");
+  isSettingUp_ = true;
+  dispatch_async(setUpQueue_, [self = shared_from_this(), render = render_] {
+    render->generate();
+    dispatch_async(dispatch_get_main_queue(), [self] { self->didSetUp(); });
+  });
+}
+
+void ExportRun::listen() {
+  const std::weak_ptr<ExportRun> weakSelf = weak_from_this();
+  const auto onMain = [weakSelf](const std::function<void(ExportRun&)>& action) {
+    if (const auto self = weakSelf.lock()) action(*self);
+  };
+  listener_->renderDidCompleteWithURL = [onMain](const std::filesystem::path&) {
+    onMain([](ExportRun& self) { self.didComplete(); });
+  };
+  // The failure to make the writer comes on the set-up queue; didSetUp finds it in setUpError().
+  listener_->renderDidFailedWithError = [onMain, setUpQueue = setUpQueue_](const NSError& error) {
+    if (dispatch_queue_is_current(setUpQueue)) return;
+    onMain([&error](ExportRun& self) { self.endWithError(error); });
+  };
+  listener_->renderDidCancelRendering = [onMain] { onMain([](ExportRun& self) { self.end(ExitCode::cancelled, "cancelled"); }); };
+  render_->setDelegate(listener_);
+}
+
+void ExportRun::didSetUp() {
+  isSettingUp_ = false;
+  if (const auto error = render_->setUpError()) endWithError(*error);
+}
+
+void ExportRun::didComplete() {
+  const auto writer = render_->writer();
+  if (writer != nullptr && writer->status() == AVAssetWriterStatusCompleted) return end(ExitCode::done, "");
+  if (isCancelling_) return end(ExitCode::cancelled, "cancelled");
+  const auto error = writer != nullptr ? writer->error() : std::nullopt;
+  if (error) return endWithError(*error);
+  end(ExitCode::output, options_.output.string() + ": the movie was not completed");
+}
+
+void ExportRun::endWithError(const NSError& error) {
+  const ExitCode code = isCancelling_ ? ExitCode::cancelled : exitCodeOf(error);
+  if (code == ExitCode::cancelled) return end(code, "cancelled");
+  std::string text = textOf(error);
+  if (code == ExitCode::output && text.find(options_.output.filename().string()) == std::string::npos) {
+    text = options_.output.string() + ": " + text;
+  }
+  end(code, text);
+}
+
+/// What ends the export first counts.
+void ExportRun::end(ExitCode code, const std::string& message) {
+  if (outcome_) return;
+  outcome_ = code;
+  if (!message.empty()) Console::message(message);
+}
+
+void ExportRun::tick() {
+  if (Interruption::count() > 0) followCancellation();
+  if (outcome_) return;
+  progress_.report(position());
+  if (isStalled()) {
+    Console::message("internal error: the export does not get on");
+    removeTemporaryFilesOf(options_.output);
+    std::_Exit(static_cast<int>(ExitCode::internal));
+  }
+}
+
+void ExportRun::followCancellation() {
+  if (!isCancelling_) {
+    isCancelling_ = true;
+    cancelledAt_ = std::chrono::steady_clock::now();
+    if (render_ != nullptr && !outcome_) render_->cancel();
+  }
+  const bool isLate = std::chrono::steady_clock::now() - cancelledAt_ > kCancelPatience;
+  if ((!outcome_ || isSettingUp_) && (isLate || Interruption::count() > 1)) leaveAtOnce();
+}
+
+void ExportRun::leaveAtOnce() {
+  removeTemporaryFilesOf(options_.output);
+  Console::message("cancelled");
+  std::_Exit(static_cast<int>(ExitCode::cancelled));
+}
+
+ExportPosition ExportRun::position() const {
+  ExportPosition result;
+  if (outcome_ == ExitCode::done) {
+    result.percent = 100;
+    result.phase = "finish";
+  }
+  if (render_ == nullptr) return result;
+  using Phase = LUMRenderStatistics::Phase;
+  const LUMRenderStatistics now = render_->statistics();
+  if (now.phase == Phase::video) result.phase = "video";
+  if (now.phase == Phase::audio) result.phase = "audio";
+  if (now.phase == Phase::finish || now.phase == Phase::done) result.phase = "finish";
+  const auto done = [this](const CMTime& mediaTime) {
+    return std::max(0.0, CMTimeGetSeconds(CMTimeSubtract(mediaTime, range_.start)) / CMTimeGetSeconds(range_.duration));
+  };
+  // Sound takes that part of the time: with it the percentage advances evenly.
+  const double soundShare = hasSound_ ? 0.04 : 0;
+  result.frameCount = now.video.frameCount;
+  result.outTimeUs = std::max<int64_t>(0, microseconds(CMTimeSubtract(now.video.mediaTime, range_.start)));
+  const double whole =
+      (1 - soundShare) * std::min(1.0, done(now.video.mediaTime)) + soundShare * std::min(1.0, done(now.audio.mediaTime));
+  result.percent = std::max(result.percent, 100 * whole);
+  return result;
+}
+
+bool ExportRun::isStalled() {
+  const ExportPosition now = position();
+  const bool isSame =
+      now.phase == lastPosition_.phase && now.frameCount == lastPosition_.frameCount && now.percent == lastPosition_.percent;
+  idleTicks_ = isSame ? idleTicks_ + 1 : 0;
+  lastPosition_ = now;
+  return idleTicks_ > kTicksUntilStalled;
+}
+
+}  // namespace
+
+ExitCode runExport(const ExportOptions& options) { return std::make_shared<ExportRun>(options)->run(); }
+
+}  // namespace vidloom
