@@ -20,7 +20,7 @@ class GivenTimes : public LUMScaleContext {
     return times;
   }
   std::vector<LUMScaleTime> times;
-  std::shared_ptr<const LUMTrack> asked;
+  std::weak_ptr<const LUMTrack> asked;
 };
 
 TEST(Track, beginsEmptyAndInPlace) {
@@ -58,7 +58,7 @@ TEST(Track, aSpeedDecidesTheDurationByItsSegments) {
   const auto times = std::make_shared<GivenTimes>();
   track->setScaleContext(times);
   EXPECT_EQ(CMTimeCompare(track->duration(), seconds(8)), 0) << "an empty list";
-  EXPECT_EQ(times->asked, track);
+  EXPECT_EQ(times->asked.lock(), track);
   for (const double length : {1.0, 2.0, 0.5}) times->times.emplace_back(seconds(length), range(0, 1), kCMTimeZero);
   EXPECT_EQ(CMTimeCompare(track->duration(), seconds(3.5)), 0);
   EXPECT_EQ(CMTimeCompare(track->trackGlobalTimeRange().duration, seconds(8)), 0) << "the unscaled place";

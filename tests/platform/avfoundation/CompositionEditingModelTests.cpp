@@ -246,6 +246,25 @@ TEST(CompositionEditing, bordersStayExactWhereTimescalesGetTooFine) {
   EXPECT_EQ(CMTimeCompare(track->segmentList()[3].target.duration, CMTimeMake(3, 1)), 0);
 }
 
+TEST(CompositionEditing, aWalkOfStretchesMeetsItsOwnBordersWhereSumsAreRounded) {
+  const auto file = std::make_shared<DescribedFile>("f.mov");
+  const auto source = DescribedTrack::ofLength(CMTimeMake(100, 1), file);
+  const auto track = AVMutableComposition::composition()->addMutableTrackWithMediaType(AVMediaTypeVideo, 0);
+  const CMTimeRange used{CMTimeMake(12'001, 11'988), CMTimeMake(120'011, 11'988)};
+  const CMTime begin = CMTimeMake(12'345, 36'259);
+  ASSERT_TRUE(track->insertTimeRange(used, source, begin, nullptr));
+  CMTime cursor = begin;
+  for (int i = 0; i < 100; ++i) {
+    const CMTime duration = CMTimeMultiplyByFloat64(CMTimeMake(1, 10), 1 / (1 + 0.031 * i));
+    track->scaleTimeRange({cursor, CMTimeMake(1, 10)}, duration);
+    cursor = CMTimeAdd(cursor, duration);
+  }
+  ASSERT_TRUE(CMTIME_HAS_BEEN_ROUNDED(cursor));
+  ASSERT_EQ(cursor.timescale, kCMTimeMaxTimescale) << "sums are to be rounded here";
+  EXPECT_EQ(track->segmentList().size(), 102u) << "a hole, a hundred pieces and the rest";
+  for (const MediaSegment& segment : track->segmentList()) EXPECT_GT(CMTimeGetSeconds(segment.target.duration), 1e-4);
+}
+
 TEST(CompositionEditing, aStretchFillsItsNewLengthWithoutGapsHoweverManySegmentsItHolds) {
   const auto file = std::make_shared<DescribedFile>("f.mov");
   const auto source = DescribedTrack::ofLength(CMTimeMake(100, 1), file);
