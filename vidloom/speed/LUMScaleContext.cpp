@@ -157,7 +157,7 @@ std::vector<LUMScaleTime> LUMScaleContext::timesOfCurve(const CMTime& usable) {
     const Piece piece = pieceBetween(from, to, usable, offsets_.leftOffset);
     if (!piece.isNumeric()) continue;
     if (CMTimeCompare(piece.length, kStep) > 0) {
-      segments.addSteps(piece, [&](double t) { return getSpeedForCenter(beziers_[i]->outputAtT(t)); });
+      segments.addSteps(piece, [&](double t) { return getSpeedForCenter({0, beziers_[i]->outputYAtT(t)}); });
     } else {
       const CMTime half = CMTimeMultiplyByFloat64(piece.length, 0.5);
       segments.add(piece.start, half, getSpeedForCenter(from.center()));

@@ -20,8 +20,9 @@ float AVAssetTrack::nominalFrameRate() const { return mediaTrack() ? static_cast
 
 CMTimeScale AVAssetTrack::naturalTimeScale() const { return mediaTrack() ? mediaTrack()->naturalTimeScale : 0; }
 
-std::vector<CMFormatDescriptionRef> AVAssetTrack::formatDescriptions() const {
-  const MediaTrack* media = mediaTrack();
+std::vector<CMFormatDescriptionRef> AVAssetTrack::formatDescriptions() const { return formatDescriptionsOf(mediaTrack()); }
+
+std::vector<CMFormatDescriptionRef> AVAssetTrack::formatDescriptionsOf(const MediaTrack* media) {
   if (!media || media->kind == MediaKind::other) return {};
   const auto description = std::make_shared<CMFormatDescription>();
   if (media->kind == MediaKind::video) {

@@ -51,6 +51,8 @@ class AVAssetTrack : public std::enable_shared_from_this<AVAssetTrack> {
 
  protected:
   AVAssetTrack() = default;
+  /// One description, none for null and for what is neither picture nor sound.
+  static std::vector<CMFormatDescriptionRef> formatDescriptionsOf(const MediaTrack* media);
   friend class AVURLAsset;
   std::weak_ptr<AVAsset> asset_;
   CMPersistentTrackID trackID_ = kCMPersistentTrackID_Invalid;

@@ -128,18 +128,7 @@ CMTimeScale AVCompositionTrack::naturalTimeScale() const {
 }
 
 std::vector<CMFormatDescriptionRef> AVCompositionTrack::formatDescriptions() const {
-  const MediaTrack* media = firstMediaTrack();
-  if (media == nullptr) return {};
-  auto description = std::make_shared<CMFormatDescription>();
-  description->mediaType = media->kind == MediaKind::video ? kCMMediaType_Video : kCMMediaType_Audio;
-  if (media->kind == MediaKind::video) {
-    description->dimensions = {media->codedWidth, media->codedHeight};
-  } else {
-    description->hasStream = true;
-    description->stream.mSampleRate = media->sampleRate;
-    description->stream.mChannelsPerFrame = static_cast<uint32_t>(media->channels);
-  }
-  return {description};
+  return formatDescriptionsOf(firstMediaTrack());
 }
 
 bool AVMutableCompositionTrack::insertTimeRange(const CMTimeRange& timeRange, const std::shared_ptr<AVAssetTrack>& ofTrack,
