@@ -5,6 +5,7 @@
 #include <random>
 
 #include "tests/platform/avfoundation/ReaderTesting.h"
+#include "tests/platform/dispatch/DispatchTesting.h"
 #include "vidloom/platform/avfoundation/AVError.h"
 
 namespace vidloom {
@@ -242,6 +243,34 @@ TEST(AVAssetReader, OneOutputCanBeDrainedWhileAnotherWaits) {
   EXPECT_EQ(reader->status(), AVAssetReaderStatusReading);
   EXPECT_EQ(readSound<float>(*sound).size(), 2u * 3 * 44100);
   EXPECT_EQ(reader->status(), AVAssetReaderStatusCompleted);
+}
+
+TEST(AVAssetReader, CanBeCancelledAtAnyMoment) {
+  const auto asset = AVURLAsset::initWithURL(makeClip({.frameCount = 90, .gop = 45, .sound = testing::noise(3 * 48000, 5)}));
+  for (int samplesBefore = 0; samplesBefore < 24; ++samplesBefore) {
+    const auto pictures = composedOutput(asset, CMTimeMake(1, 30));
+    const auto sound = AVAssetReaderAudioMixOutput::initWithAudioTracks(asset->tracksWithMediaType(AVMediaTypeAudio), std::nullopt);
+    auto reader = AVAssetReader::initWithAsset(asset, nullptr);
+    reader->addOutput(pictures);
+    reader->addOutput(sound);
+    ASSERT_TRUE(reader->startReading());
+    const auto reached = dispatch_semaphore_create(0);
+    const auto pumps = dispatch_group_create();
+    for (const std::shared_ptr<AVAssetReaderOutput>& output : reader->outputs()) {
+      dispatch_group_async(pumps, dispatch_get_global_queue(QOS_CLASS_DEFAULT), [output, reached, samplesBefore] {
+        for (int i = 0; i < samplesBefore && output->copyNextSampleBuffer(); ++i) continue;
+        dispatch_semaphore_signal(reached);
+        while (output->copyNextSampleBuffer()) continue;
+      });
+    }
+    ASSERT_TRUE(cameThrough(reached));
+    reader->cancelReading();
+    EXPECT_EQ(dispatch_group_wait(pumps, dispatch_time(DISPATCH_TIME_NOW, kSafetyNs)), 0) << samplesBefore;
+    const AVAssetReaderStatus status = reader->status();  // a slow cancellation finds everything read
+    EXPECT_TRUE(status == AVAssetReaderStatusCancelled || status == AVAssetReaderStatusCompleted) << status;
+    reader.reset();
+    EXPECT_EQ(pictures->copyNextSampleBuffer(), nullptr);
+  }
 }
 
 TEST(AVAssetReaderAudioMixOutput, PlacesEverySampleOfPcmExactly) {

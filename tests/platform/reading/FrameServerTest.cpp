@@ -265,6 +265,22 @@ TEST_F(FrameServerTest, ASourceFrameThatComesBackIsThePictureThatWasDecoded) {
   EXPECT_EQ(testing::frameNumber(*CVPixelBufferCopyPicture(CMSampleBufferGetImageBuffer(other))), 0);
 }
 
+TEST_F(FrameServerTest, SourcesReachTheHostAtTheirDisplaySizeInTheOutputsColour) {
+  const auto wide = FakeFile::video("wide", 30, {0}, 48, 36);
+  wide->tracks_[0].naturalSize = {64, 36};
+  composition->setColorYCbCrMatrix(AVVideoYCbCrMatrix_ITU_R_601_4);
+  const auto id = addTrack({segment(wide, kCMTimeZero, seconds(1), kCMTimeZero)});
+  addInstruction(std::make_shared<PlainInstruction>(CMTimeRange{kCMTimeZero, seconds(10)}));
+  useCompositor([id](const RequestRef& request) {
+    const CVPixelBufferRef source = request->sourceFrameByTrackID(id);
+    EXPECT_EQ(CVPixelBufferGetWidth(source), 64u);
+    EXPECT_EQ(CVPixelBufferGetHeight(source), 36u);
+    EXPECT_EQ(CVBufferGetAttachment(source, kCVImageBufferYCbCrMatrixKey), AVVideoYCbCrMatrix_ITU_R_601_4);
+    request->finishWithComposedVideoFrame(source);
+  });
+  EXPECT_TRUE(server()->next(nullptr));
+}
+
 TEST_F(FrameServerTest, CancelledRequestsGiveNoSample) {
   const auto source = hostedServer([&](const RequestRef& request) {
     if (++count % 3 == 0) return request->finishCancelledRequest();
