@@ -13,6 +13,8 @@ find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
   set(CMAKE_C_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
   set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+  # The cache can only keep what is built with precompiled headers when the preprocessor says where they were taken in.
+  add_compile_options($<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess>)
 endif()
 
 # Everything that every target of ours is compiled with. Multiplications and additions are never fused behind our back:
