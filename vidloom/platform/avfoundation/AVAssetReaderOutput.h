@@ -111,6 +111,7 @@ class AVAssetReaderAudioMixOutput : public AVAssetReaderOutput {
   static std::shared_ptr<AVAssetReaderAudioMixOutput> initWithAudioTracks(
       const std::vector<std::shared_ptr<AVAssetTrack>>& audioTracks, const std::optional<NSDictionary>& audioSettings);
   const std::vector<std::shared_ptr<AVAssetTrack>>& audioTracks() const { return audioTracks_; }
+  /// Kept and readable. Scaled segments are played by varispeed, whatever it says: their pitch follows the speed.
   const std::string& audioTimePitchAlgorithm() const { return audioTimePitchAlgorithm_; }
   void setAudioTimePitchAlgorithm(std::string algorithm) { audioTimePitchAlgorithm_ = std::move(algorithm); }
   const std::shared_ptr<AVMutableAudioMix>& audioMix() const { return audioMix_; }
