@@ -17,7 +17,11 @@ constexpr int kFramesWorthABlindSeek = 150;  // where the key frames are not kno
 }  // namespace
 
 FileVideoDecoder::FileVideoDecoder(std::unique_ptr<FrameDecoder> decoder)
-    : decoder_(std::move(decoder)), track_(decoder_->packets().track()), source_(decoder_->packets().source()), maker_(track_) {
+    : decoder_(std::move(decoder)),
+      track_(decoder_->packets().track()),
+      source_(decoder_->packets().source()),
+      deinterlacer_(*decoder_),
+      maker_(track_, source_) {
   if (track_.nominalFrameRate <= 0) return;
   const double ticks = source_.denominator / (track_.nominalFrameRate * source_.numerator);
   frameTicks_ = std::max<int64_t>(1, std::llround(std::min(ticks, 1e12)));
@@ -72,6 +76,8 @@ void FileVideoDecoder::begin(bool atBeginning) {
   ahead_.reset();
   damaged_.reset();
   atEnd_ = false;
+  framesInRun_ = 0;
+  deinterlacer_.reset();
   fromBeginning_ = atBeginning;
   if (hasDecoded_) ++seekCount_;
   hasDecoded_ = true;
@@ -85,7 +91,7 @@ bool FileVideoDecoder::findFrom(int64_t target) {
     begin(false);
     if (!decoder_->restartAt(source_.keyFrames[static_cast<size_t>(index)])) fromBeginning_ = true;
     if (!decodeTo(target)) return false;
-    if (fromBeginning_ || (shown_ && shown_->decoded.pts <= target)) return true;
+    if (isReliable(target)) return true;
   }
   begin(true);
   decoder_->restartAtBeginning();
@@ -98,11 +104,18 @@ bool FileVideoDecoder::findBefore(int64_t target) {
     begin(false);
     if (!decoder_->restartBefore(from)) fromBeginning_ = true;
     if (!decodeTo(target)) return false;
-    if (fromBeginning_ || (shown_ && shown_->decoded.pts <= target)) return true;
+    if (isReliable(target)) return true;
   }
   begin(true);
   decoder_->restartAtBeginning();
   return decodeTo(target);
+}
+
+/// Whether the run of decoding that just began shows at the target what decoding from the beginning would.
+bool FileVideoDecoder::isReliable(int64_t target) const {
+  if (fromBeginning_) return true;
+  const bool lacksPrevious = deinterlacer_.isActive() && framesInRun_ < 2;
+  return shown_ && shown_->decoded.pts <= target && !lacksPrevious;
 }
 
 /// False only when cancelled. Leaves the picture at the target shown, or the first one that there is where all are later.
@@ -113,6 +126,7 @@ bool FileVideoDecoder::decodeTo(int64_t target) {
     if (!shown_ && fromBeginning_) earliestPts_ = ahead_->pts;
     shown_ = Held{std::move(*ahead_), nullptr};
     ahead_.reset();
+    ++framesInRun_;
   }
   if (!shown_ && fromBeginning_ && damaged_) {
     shown_ = Held{std::move(*damaged_), nullptr};
@@ -125,7 +139,7 @@ bool FileVideoDecoder::decodeTo(int64_t target) {
 bool FileVideoDecoder::fetch() {
   DecodedFrame frame;
   while (true) {
-    const FrameDecoder::Status status = decoder_->next(frame);
+    const FrameDecoder::Status status = deinterlacer_.next(frame);
     if (status == FrameDecoder::Status::cancelled) return false;
     if (status == FrameDecoder::Status::end) {
       atEnd_ = true;
@@ -141,8 +155,7 @@ bool FileVideoDecoder::fetch() {
 
 /// Pictures that are shown before the key frame at which decoding began may lean on what was not decoded.
 bool FileVideoDecoder::isWanted(const DecodedFrame& frame) const {
-  if (!fromBeginning_ && (!decoder_->firstKeyPts() || frame.pts < *decoder_->firstKeyPts())) return false;
-  return !frame.isUnrecovered && (!shown_ || frame.pts > shown_->decoded.pts);
+  return !decoder_->isLeading(frame) && !frame.isUnrecovered && (!shown_ || frame.pts > shown_->decoded.pts);
 }
 
 std::optional<VideoFrame> FileVideoDecoder::give(std::optional<NSError>* error) {

@@ -1,6 +1,7 @@
 // VideoDecoder on an opened file.
 #pragma once
 
+#include "vidloom/platform/ffmpeg/Deinterlacer.h"
 #include "vidloom/platform/ffmpeg/FrameDecoder.h"
 #include "vidloom/platform/ffmpeg/PictureMaker.h"
 #include "vidloom/platform/ffmpeg/VideoDecoder.h"
@@ -32,6 +33,7 @@ class FileVideoDecoder final : public VideoDecoder {
   bool findFrom(int64_t target);
   bool findBefore(int64_t target);
   void begin(bool atBeginning);
+  bool isReliable(int64_t target) const;
   bool decodeTo(int64_t target);
   bool fetch();
   bool isWanted(const DecodedFrame& frame) const;
@@ -40,11 +42,13 @@ class FileVideoDecoder final : public VideoDecoder {
   std::unique_ptr<FrameDecoder> decoder_;
   const MediaTrack& track_;
   const TrackSource& source_;
+  Deinterlacer deinterlacer_;
   PictureMaker maker_;
   int64_t frameTicks_ = 1;  ///< a picture's usual length
   std::optional<Held> shown_;
   std::optional<DecodedFrame> ahead_, damaged_;
   bool atEnd_ = false;
+  int framesInRun_ = 0;
   bool fromBeginning_ = true;  ///< this run of decoding began with the file's first packet
   std::optional<int64_t> earliestPts_;
   bool hasDecoded_ = false;

@@ -66,6 +66,7 @@ bool FrameDecoder::restartAtBeginning() {
 
 /// What the decoder misses after a jump is no damage of the file.
 void FrameDecoder::reset(bool atBeginning) {
+  fromBeginning_ = atBeginning;
   context_->log_level_offset = atBeginning ? 0 : AV_LOG_TRACE;
   avcodec_flush_buffers(context_.get());
   drained_ = sawUnrecovered_ = sawRecovered_ = false;
@@ -99,14 +100,18 @@ FrameDecoder::Status FrameDecoder::next(DecodedFrame& decoded) {
   }
 }
 
+bool FrameDecoder::isLeading(const DecodedFrame& decoded) const {
+  return !fromBeginning_ && (!firstKeyPts_ || decoded.pts < *firstKeyPts_);
+}
+
 void FrameDecoder::classify(DecodedFrame& decoded) {
   const AVFrame& frame = *decoded.frame;
   // What comes out at the end is not marked: it is as good as what came before.
   const bool isMarked = (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0;
   decoded.isUnrecovered = isMarked || (drained_ && sawUnrecovered_ && !sawRecovered_);
-  const bool isLeading = firstKeyPts_ && decoded.pts < *firstKeyPts_;
-  if (!isLeading) (decoded.isUnrecovered ? sawUnrecovered_ : sawRecovered_) = true;
-  decoded.isDamaged = !isLeading && !decoded.isUnrecovered && frame.decode_error_flags != 0;
+  const bool leads = isLeading(decoded);
+  if (!leads) (decoded.isUnrecovered ? sawUnrecovered_ : sawRecovered_) = true;
+  decoded.isDamaged = !leads && !decoded.isUnrecovered && frame.decode_error_flags != 0;
   if (decoded.isDamaged) report("damaged picture", decoded.pts, AVERROR_INVALIDDATA);
 }
 

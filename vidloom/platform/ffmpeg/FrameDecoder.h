@@ -33,6 +33,8 @@ class FrameDecoder {
   std::optional<int64_t> latestSentPts() const { return latestSentPts_; }
   /// Presentation time of the first key packet since the last restart; nullopt where none has come yet.
   std::optional<int64_t> firstKeyPts() const { return firstKeyPts_; }
+  /// Whether the picture is shown before the key frame at which decoding began after a jump.
+  bool isLeading(const DecodedFrame& decoded) const;
   PacketSource& packets() { return *packets_; }
 
  private:
@@ -48,6 +50,7 @@ class FrameDecoder {
   AvLogName logName_;
   AvPacketPointer packet_;
   bool drained_ = false;
+  bool fromBeginning_ = true;
   bool sawUnrecovered_ = false, sawRecovered_ = false;
   int64_t packetPts_ = 0;
   std::optional<int64_t> latestSentPts_, firstKeyPts_;

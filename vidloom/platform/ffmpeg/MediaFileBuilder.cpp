@@ -199,6 +199,7 @@ void MediaFileBuilder::describe(const AVStream& stream) {
   TrackSource source;
   source.parameters.reset(avcodec_parameters_alloc());
   if (source.parameters) avcodec_parameters_copy(source.parameters.get(), stream.codecpar);
+  if (const auto found = inspectors_.find(stream.index); found != inspectors_.end()) source.facts = found->second.facts();
   source.numerator = stream.time_base.num;
   source.denominator = stream.time_base.den;
   if (const MovieHeaderTrack* header = movieTrackOf(stream)) {

@@ -7,6 +7,7 @@
 #include "vidloom/platform/ffmpeg/Demuxer.h"
 #include "vidloom/platform/ffmpeg/MediaFile.h"
 #include "vidloom/platform/ffmpeg/SampleTimes.h"
+#include "vidloom/platform/ffmpeg/StreamInspector.h"
 
 namespace vidloom {
 
@@ -23,6 +24,7 @@ int64_t mediaTicks(const TrackSource& source, int64_t demuxerPts, int64_t dts);
 /// How the packets of a track are read and decoded. Ticks are those of `numerator / denominator` seconds.
 struct TrackSource {
   AvCodecParametersPointer parameters;
+  StreamFacts facts;
   int numerator = 1, denominator = 1;
   int64_t demuxerShift = 0;         ///< ticks: the demuxer's presentation time - media time, for the packets of fragments
   int64_t fragmentsFromDts = 0;     ///< decoding time at which the fragments begin

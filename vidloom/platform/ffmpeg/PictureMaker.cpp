@@ -1,6 +1,7 @@
 #include "vidloom/platform/ffmpeg/PictureMaker.h"
 
 #include "vidloom/platform/ffmpeg/ColorTags.h"
+#include "vidloom/platform/foundation/NSLog.h"
 #include "vidloom/platform/pixels/PicturePool.h"
 
 extern "C" {
@@ -41,13 +42,19 @@ struct PictureMaker::Scaling {
   bool alpha = false;
 };
 
-PictureMaker::PictureMaker(const MediaTrack& track) : track_(track) {}
+PictureMaker::PictureMaker(const MediaTrack& track, const TrackSource& source) : track_(track), facts_(source.facts) {
+  const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(facts_.pixelFormat));
+  const bool isRgb = descriptor && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+  changesColors_ = !isRgb && readColorTags(facts_).changesColors;
+}
+
 PictureMaker::~PictureMaker() = default;
 
 PictureRef PictureMaker::make(AvFramePointer frame, int& avError) {
   avError = 0;
+  if (changesColors_) return changeColors(std::move(frame), avError);
   if (isPassedOn(*frame)) return wrap(std::move(frame), track_.color);
-  return convert(*frame, avError);
+  return scale(*frame, avError);
 }
 
 bool PictureMaker::isPassedOn(const AVFrame& frame) const {
@@ -81,7 +88,7 @@ bool PictureMaker::prepareScaler(const AVFrame& frame) {
   return sws_init_context(context, nullptr, nullptr) >= 0;
 }
 
-PictureRef PictureMaker::convert(const AVFrame& frame, int& avError) {
+PictureRef PictureMaker::scale(const AVFrame& frame, int& avError) {
   if (!prepareScaler(frame)) {
     scaling_.reset();
     avError = AVERROR(EINVAL);
@@ -100,6 +107,43 @@ PictureRef PictureMaker::convert(const AVFrame& frame, int& avError) {
   if (avError < 0) return nullptr;
   avError = 0;
   return picture;
+}
+
+/// Every step by zimg, which converts by the frames' tags; linear light relative to a white of 100 cd/m2.
+std::string PictureMaker::colorChain() const {
+  const std::string last =
+      NSStringWithFormat("zscale=w=%d:h=%d:transfer=709:matrix=709:primaries=709:range=limited:dither=none,format=yuv420p",
+                         track_.codedWidth, track_.codedHeight);
+  if (!track_.highDynamicRange) return last;
+  return "zscale=transfer=linear:npl=100,format=gbrpf32le,zscale=primaries=709,tonemap=tonemap=hable:desat=0," + last;
+}
+
+/// Without full tags there is no way from one colour space to another.
+void PictureMaker::completeTags(AVFrame& frame) const {
+  if (frame.colorspace == AVCOL_SPC_UNSPECIFIED) frame.colorspace = static_cast<AVColorSpace>(facts_.colorSpace);
+  if (frame.color_primaries == AVCOL_PRI_UNSPECIFIED) frame.color_primaries = static_cast<AVColorPrimaries>(facts_.colorPrimaries);
+  if (frame.color_trc == AVCOL_TRC_UNSPECIFIED) frame.color_trc = static_cast<AVColorTransferCharacteristic>(facts_.colorTransfer);
+  const bool isWide =
+      track_.highDynamicRange || frame.colorspace == AVCOL_SPC_BT2020_NCL || frame.colorspace == AVCOL_SPC_BT2020_CL;
+  if (frame.colorspace == AVCOL_SPC_UNSPECIFIED) frame.colorspace = isWide ? AVCOL_SPC_BT2020_NCL : AVCOL_SPC_BT709;
+  if (frame.color_primaries == AVCOL_PRI_UNSPECIFIED) frame.color_primaries = isWide ? AVCOL_PRI_BT2020 : AVCOL_PRI_BT709;
+  if (frame.color_trc == AVCOL_TRC_UNSPECIFIED) frame.color_trc = AVCOL_TRC_BT709;
+  if (frame.color_range == AVCOL_RANGE_UNSPECIFIED) frame.color_range = AVCOL_RANGE_MPEG;
+}
+
+PictureRef PictureMaker::changeColors(AvFramePointer frame, int& avError) {
+  completeTags(*frame);
+  const FilterGraph::Input input = FilterGraph::inputOf(*frame, 1, 1);
+  if (!colorGraph_ || !(colorGraph_->input() == input)) colorGraph_ = FilterGraph::make(colorChain(), input, avError);
+  if (!colorGraph_) return nullptr;
+  avError = colorGraph_->push(frame.get());
+  if (avError >= 0) {
+    av_frame_unref(frame.get());
+    avError = colorGraph_->pull(*frame);
+  }
+  if (avError < 0) return nullptr;
+  avError = 0;
+  return wrap(std::move(frame), track_.color);
 }
 
 }  // namespace vidloom
