@@ -33,7 +33,9 @@ std::shared_ptr<LUMComposition> makeTimeline(int trackCount, Layout layout) {
     auto track = makeTrack(static_cast<uint64_t>(i));
     const CMTime length = track->duration();
     const CMTime next = CMTimeMultiply(CMTimeAdd(length, CMTimeMake(1, 30)), i);
-    track->setStart(layout == oneAfterAnother ? next : layout == scattered ? CMTimeMake(anywhere(random), 30) : CMTimeMake(i, 30000));
+    track->setStart(layout == oneAfterAnother ? next
+                    : layout == scattered     ? CMTimeMake(anywhere(random), 30)
+                                              : CMTimeMake(i, 30000));
     tracks.push_back(std::move(track));
   }
   auto composition = LUMComposition::initWithSize({320, 180}, 30);
