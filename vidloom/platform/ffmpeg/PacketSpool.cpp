@@ -34,6 +34,7 @@ int PacketSpool::read(uint64_t offset, std::span<uint8_t> bytes) const {
     bytes = bytes.subspan(fromFile);
     offset += fromFile;
   }
+  if (bytes.empty()) return 0;
   std::copy_n(memory_.begin() + static_cast<ptrdiff_t>(offset - inFile), bytes.size(), bytes.begin());
   return 0;
 }

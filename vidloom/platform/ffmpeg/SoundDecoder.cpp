@@ -123,7 +123,7 @@ SoundDecoder::Status SoundDecoder::next(SoundBlock& block) {
   if (!block.frame || !packet_) return Status::end;
   while (true) {
     if (packets_->isCancelled()) return Status::cancelled;
-    context_->log_level_offset = nextSample_.value_or(quietBefore_ - 1) < quietBefore_ ? AV_LOG_TRACE : 0;
+    context_->log_level_offset = !nextSample_ || *nextSample_ < quietBefore_ ? AV_LOG_TRACE : 0;
     const int result = avcodec_receive_frame(context_.get(), block.frame.get());
     if (result == AVERROR_EOF) return Status::end;
     if (result == AVERROR(EAGAIN)) {
