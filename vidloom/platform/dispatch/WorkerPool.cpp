@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -16,6 +17,7 @@ namespace vidloom {
 namespace {
 
 constexpr std::chrono::seconds kIdleTime{2};
+constexpr std::chrono::seconds kExitTime{1};
 
 /// Blocks signals for the calling thread while it lives; threads that are made meanwhile inherit that.
 class SignalsBlocked {
@@ -37,13 +39,17 @@ class SignalsBlocked {
 }  // namespace
 
 WorkerPool& WorkerPool::shared() {
-  static WorkerPool& instance = *std::make_unique<WorkerPool>().release();
+  static WorkerPool& instance = []() -> WorkerPool& {
+    std::atexit([] { shared().waitUntilSettled(); });
+    return *std::make_unique<WorkerPool>().release();
+  }();
   return instance;
 }
 
 void WorkerPool::submit(Job job) {
   {
     const std::lock_guard lock(mutex_);
+    ++busyCount_;
     if (!idle_.empty()) {
       Worker& worker = *idle_.back();
       idle_.pop_back();
@@ -82,10 +88,16 @@ void WorkerPool::workerMain(Job job) {
 
 bool WorkerPool::waitForJob(Worker& worker) {
   std::unique_lock lock(mutex_);
+  if (--busyCount_ == 0) settled_.notify_all();
   idle_.push_back(&worker);
   if (worker.wake.wait_for(lock, kIdleTime, [&] { return worker.job != nullptr; })) return true;
   std::erase(idle_, &worker);
   return false;
+}
+
+void WorkerPool::waitUntilSettled() {
+  std::unique_lock lock(mutex_);
+  settled_.wait_for(lock, kExitTime, [&] { return busyCount_ == 0; });
 }
 
 }  // namespace vidloom

@@ -16,7 +16,8 @@ class WorkerPool {
  public:
   using Job = std::function<void()>;
 
-  /// Lives until the process ends: a detached thread may outlive every other static object.
+  /// Lives until the process ends: a detached thread may outlive every other static object. A process that exits gives the jobs
+  /// that are running then a second to end, before the static objects that they may be using go.
   static WorkerPool& shared();
 
   /// Starts the job on an idle or a new thread. What the job captured is released before the thread counts as idle.
@@ -35,8 +36,11 @@ class WorkerPool {
   void workerMain(Job job);
   /// Waits for another job. False when the thread has been idle for long enough to end.
   bool waitForJob(Worker& worker);
+  void waitUntilSettled();
 
   std::mutex mutex_;
+  std::condition_variable settled_;
+  int busyCount_ = 0;          ///< jobs handed over and not yet ended
   std::vector<Worker*> idle_;  ///< the one that became idle last is used first, so that surplus threads end
 };
 
