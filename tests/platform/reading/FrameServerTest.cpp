@@ -84,7 +84,7 @@ class FrameServerTest : public ::testing::Test {
     return server();
   }
   std::shared_ptr<FrameServer> server() {
-    setup.composition = composition;
+    setup.composition = composition->copy();  // as outputs do: what was made before may still be read
     setup.compositor = compositor;
     std::optional<NSError> error;
     auto made = FrameServer::make(setup, &error);
