@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <numbers>
 #include <random>
 
 #include "tests/platform/avfoundation/ReaderTesting.h"
@@ -290,6 +292,41 @@ TEST(AVAssetReaderAudioMixOutput, PlacesEverySampleOfPcmExactly) {
                            : frame < 2000 ? 0.0f
                                           : static_cast<float>(samples[i - 4000]) / 32768.0f;
     ASSERT_EQ(sound[i], expected) << i;
+  }
+}
+
+TEST(AVAssetReaderAudioMixOutput, ATrackThatIsScaledPieceByPieceHasNoClick) {
+  constexpr double kAngle = 2 * std::numbers::pi * 440 / 48000;
+  std::vector<int16_t> samples;
+  for (int i = 0; i < 4 * 48000; ++i)
+    samples.insert(samples.end(), 2, static_cast<int16_t>(std::lround(16000 * std::sin(kAngle * i))));
+  const auto file = testing::writeWav("tone.wav", 48000, 2, samples);
+  const auto composition =
+      compositionOf({{file, {CMTimeMake(7, 1001), CMTimeMake(3, 1)}, CMTimeMake(1001, 30000)}}, AVMediaTypeAudio);
+  const auto track = std::dynamic_pointer_cast<AVMutableCompositionTrack>(composition->tracks().front());
+  // Tenths of a second at speeds from 1 to 4, with lengths that are nothing whole in any timescale nearby.
+  for (int i = 29; i >= 0; --i) {
+    const CMTime start = CMTimeAdd(CMTimeMake(1001, 30000), CMTimeMake(i, 10));
+    track->scaleTimeRange({start, CMTimeMake(1, 10)}, CMTimeMakeWithSeconds(0.1 / (1 + i / 10.0), 1000003));
+  }
+  const auto output = AVAssetReaderAudioMixOutput::initWithAudioTracks(composition->tracks(), std::nullopt);
+  const auto reader = startedReader(composition, output);
+  const auto sound = readSound<float>(*output);
+  EXPECT_EQ(sound.size() / 2, static_cast<size_t>(std::ceil(CMTimeGetSeconds(composition->duration()) * 44100)));
+  const auto& segments = track->segmentList();
+  size_t inside = 1;
+  for (size_t i = 1500; i + 64 < sound.size() / 2; ++i) {
+    // The fastest piece within the glide at a border.
+    while (inside + 1 < segments.size() &&
+           CMTimeGetSeconds(segments[inside + 1].target.start) < static_cast<double>(i) / 44100 + 0.006) {
+      ++inside;
+    }
+    const MediaSegment& piece = segments[inside];
+    const double speed = CMTimeGetSeconds(piece.media.duration) / CMTimeGetSeconds(piece.target.duration);
+    const double ideal = 16000.0 / 32768 * std::pow(speed * 2 * std::numbers::pi * 440 / 44100, 2);
+    const double second =
+        static_cast<double>(sound[2 * i]) - 2.0 * static_cast<double>(sound[2 * i - 2]) + static_cast<double>(sound[2 * i - 4]);
+    ASSERT_LT(std::abs(second), 1.1 * ideal + 1e-4) << "sample " << i;
   }
 }
 

@@ -12,6 +12,7 @@ namespace {
 
 constexpr double kHalfGlideSeconds = 0.005;
 constexpr int kFractionBits = 24;
+constexpr int64_t kTouchesPerSecond = 1'000'000;
 constexpr double kWholeTolerance = 1e-6;  // source frames
 
 int64_t sourceRate(const MediaSegment& segment) {
@@ -37,11 +38,17 @@ AudioPiece pieceOf(const MediaSegment& segment, const ExactTime& rangeStart, int
   return piece;
 }
 
-/// Whether `next` goes on with the sound exactly where `segment` ends.
+/// Whether `next` begins where `range` ends, but for the rounding of borders that no timescale holds.
+bool touches(const CMTimeRange& range, const CMTimeRange& next) {
+  const ExactTime gap = ExactTime(range.start) + ExactTime(range.duration) - ExactTime(next.start);
+  const ExactTime tolerance(1, kTouchesPerSecond);
+  return gap <= tolerance && ExactTime() - tolerance <= gap;
+}
+
+/// Whether `next` goes on with the sound where `segment` ends.
 bool continues(const MediaSegment& segment, const MediaSegment& next) {
-  return segment.file == next.file && segment.trackIndex == next.trackIndex &&
-         ExactTime(segment.media.start) + ExactTime(segment.media.duration) == ExactTime(next.media.start) &&
-         ExactTime(segment.target.start) + ExactTime(segment.target.duration) == ExactTime(next.target.start);
+  return segment.file == next.file && segment.trackIndex == next.trackIndex && touches(segment.media, next.media) &&
+         touches(segment.target, next.target);
 }
 
 void setGlide(AudioPiece& piece, const AudioPiece& next, int64_t rate) {
