@@ -78,9 +78,11 @@ void ExportProgress::write(bool isEnd) {
 }
 
 std::string ExportProgress::bar(const Figures& figures) const {
-  std::string text = NSStringWithFormat(" %5.1f %%  %lld frames  %.1f fps  %.2fx  ", position_.percent,
-                                        static_cast<long long>(position_.frameCount), figures.framesPerSecond, figures.speed);
-  text += figures.etaSeconds ? NSStringWithFormat("eta %s", clockText(*figures.etaSeconds).c_str()) : position_.phase;
+  const std::string rest =
+      figures.etaSeconds ? NSStringWithFormat("eta %s", clockText(*figures.etaSeconds).c_str()) : position_.phase;
+  const std::string text =
+      NSStringWithFormat(" %5.1f %%  %6lld frames  %6.1f fps  %5.2fx  %-9s", position_.percent,
+                         static_cast<long long>(position_.frameCount), figures.framesPerSecond, figures.speed, rest.c_str());
   constexpr int kNarrowest = 10;
   constexpr int kWidest = 40;
   const int frame = static_cast<int>(text.size()) + 3;  // brackets, and the last column stays free

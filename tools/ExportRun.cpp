@@ -72,7 +72,6 @@ class ExportRun : public std::enable_shared_from_this<ExportRun> {
 };
 
 ExitCode ExportRun::run() {
-  Interruption::onlyCount();
   if (refuseOutput()) return *outcome_;
   ProjectProblems problems;
   auto project = ProjectFile::read(options_.project, {.allowOutside = options_.allowOutside}, problems);
@@ -80,6 +79,7 @@ ExitCode ExportRun::run() {
     for (const ProjectProblem& problem : problems) Console::line(problem.text());
     return ExitCode::input;
   }
+  Interruption::onlyCount();
   open(std::move(*project));
   if (!outcome_) progress_.report(position());
   while (!outcome_ || isSettingUp_) {

@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <numeric>
 #include <set>
 #include <sstream>
@@ -84,6 +85,23 @@ TEST_F(ExportCommandTest, WritesEveryFrameAndReportsHowFarItIs) {
   for (const std::string& phase : valuesOf(result.err, "phase")) {
     EXPECT_TRUE(std::set<std::string>({"open", "video", "audio", "finish"}).contains(phase)) << phase;
   }
+}
+
+TEST_F(ExportCommandTest, ReportsTheSameAsOneJsonObjectALine) {
+  const CommandResult result = run({"export", "plain.json", "out.mp4", "--preset", "ultrafast", "--progress", "json"});
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  std::istringstream stream(result.err);
+  nlohmann::json last;
+  for (std::string line; std::getline(stream, line);) {
+    last = nlohmann::json::parse(line);
+    for (const std::string key : {"frame", "fps", "out_time_us", "speed", "percent", "eta_s", "phase", "progress"}) {
+      EXPECT_TRUE(last.contains(key)) << line;
+    }
+  }
+  EXPECT_EQ(last["progress"], "end");
+  EXPECT_EQ(last["percent"], 100.0);
+  EXPECT_EQ(last["frame"], 60);
+  EXPECT_EQ(last["out_time_us"], 2'000'000);
 }
 
 TEST_F(ExportCommandTest, WritesOnlyTheAskedRangeFromZeroOn) {
