@@ -30,13 +30,18 @@ TEST(BlendKernels, BlendByOneWeight) {
   const Rows rows;
   for (const int weight : {0, 1, 77, 128, 255, 256}) {
     onEveryTarget([&] {
-      Plane plain = rows.under, premultiplied = rows.under;
-      blendRow(plain.writable().data, rows.over.view().data, kCount, weight);
-      blendRowPremultiplied(premultiplied.writable().data, rows.over.view().data, rows.alpha.view().data, kCount, weight);
+      Plane plain(kCount, 1), premultiplied(kCount, 1), straight = rows.under;
+      blendRowStraight(straight.writable().data, straight.view().data, rows.over.view().data, rows.alpha.view().data, kCount,
+                       weight);
+      blendRow(plain.writable().data, rows.under.view().data, rows.over.view().data, kCount, weight);
+      blendRowPremultiplied(premultiplied.writable().data, rows.under.view().data, rows.over.view().data, rows.alpha.view().data,
+                            kCount, weight);
       for (int x = 0; x < kCount; ++x) {
         const int under = rows.under.at(x, 0), color = rows.over.at(x, 0);
         ASSERT_EQ(plain.at(x, 0), (under * 256 + (color - under) * weight + 128) >> 8) << x;
-        ASSERT_NEAR(premultiplied.at(x, 0), over(under, color, rows.alpha.at(x, 0), weight), 1.6) << x;
+        const double alpha = rows.alpha.at(x, 0);
+        ASSERT_NEAR(premultiplied.at(x, 0), over(under, color, alpha, weight), 1.6) << x;
+        ASSERT_NEAR(straight.at(x, 0), over(under, color * alpha / 255, alpha, weight), 1.1) << x;
       }
     });
   }
@@ -46,9 +51,9 @@ TEST(BlendKernels, BlendByAWeightForEverySample) {
   const Rows rows;
   onEveryTarget([&] {
     Plane plain = rows.under, premultiplied = rows.under;
-    blendRowWeighted(plain.writable().data, rows.over.view().data, rows.weights.data(), kCount);
-    blendRowPremultipliedWeighted(premultiplied.writable().data, rows.over.view().data, rows.alpha.view().data, rows.weights.data(),
-                                  kCount);
+    blendRowWeighted(plain.writable().data, rows.under.view().data, rows.over.view().data, rows.weights.data(), kCount);
+    blendRowPremultipliedWeighted(premultiplied.writable().data, premultiplied.view().data, rows.over.view().data,
+                                  rows.alpha.view().data, rows.weights.data(), kCount);
     for (int x = 0; x < kCount; ++x) {
       const int under = rows.under.at(x, 0), color = rows.over.at(x, 0), weight = rows.weights[static_cast<size_t>(x)];
       ASSERT_EQ(plain.at(x, 0), (under * 256 + (color - under) * weight + 128) >> 8) << x;

@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <numbers>
+#include <thread>
 
 #include "tests/platform/pixels/EveryTarget.h"
 #include "tests/platform/pixels/TestPictures.h"
@@ -300,6 +301,51 @@ TEST(LayerCompositor, GivesTheSamePictureForTheSameLayers) {
     EXPECT_NE(compositor.compose({layer}, 64, 36, kLimited709), first);
   }
   EXPECT_NE(compositor.compose({layer}, 62, 36, kLimited709)->width, 64);
+}
+
+TEST(LayerCompositor, DissolvesBetweenPicturesThatFillTheOutput) {
+  for (const auto& [width, height] : {std::pair{64, 36}, {65, 37}}) {
+    const auto below = noisePicture(width, height, 1), above = noisePicture(width, height, 2);
+    const auto veil = makePicture(width, height, kLimited709, true,
+                                  [&](int plane, int x, int y) { return plane == 3 ? 64 : sampleOf(*above, plane, x, y); });
+    const auto expected = [&](double part) {
+      return makePicture(width, height, kLimited709, false, [&](int plane, int x, int y) {
+        const int under = sampleOf(*below, plane, x, y), over = sampleOf(*above, plane, x, y);
+        return static_cast<int>(std::lround(under + part * (over - under)));
+      });
+    };
+    LayerCompositor compositor;
+    const auto dissolved =
+        compositor.compose({layerOf(below), layerOf(above, CGAffineTransformIdentity, 0.3)}, width, height, kLimited709);
+    EXPECT_LE(largestDifference(*dissolved, *expected(0.3)), 1);
+    const auto veiled = compositor.compose({layerOf(below), layerOf(veil), layerOf(above, CGAffineTransformIdentity, 0)}, width,
+                                           height, kLimited709);
+    EXPECT_LE(largestDifference(*veiled, *expected(64 / 255.0)), 2);
+    const auto triple = compositor.compose(
+        {layerOf(below), layerOf(above, CGAffineTransformIdentity, 0.5), layerOf(below, CGAffineTransformIdentity, 0.5)}, width,
+        height, kLimited709);
+    EXPECT_LE(largestDifference(*triple, *expected(0.25)), 2);
+  }
+}
+
+TEST(LayerCompositor, ComposesOnSeveralThreadsAtOnce) {
+  LayerCompositor compositor;
+  const auto picture = noisePicture(200, 120, 4);
+  const auto layersAt = [&](int step) {
+    return std::vector{layerOf(picture, {0.9, 0, 0, 0.9, step * 0.5, 3}), layerOf(picture, turnedBy(step, 0.5, 50, 20), 0.5)};
+  };
+  std::vector<PictureRef> expected;
+  for (int step = 0; step < 8; ++step) expected.push_back(LayerCompositor().compose(layersAt(step), 200, 120, kLimited709));
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int i = 0; i < 40; ++i) {
+        const int step = (i + thread) % 8;
+        ASSERT_EQ(largestDifference(*compositor.compose(layersAt(step), 200, 120, kLimited709), *expected[size_t(step)]), 0);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(LayerCompositor, LetsGoOfItsLayers) {

@@ -4,6 +4,7 @@
 #define HWY_TARGET_INCLUDE "vidloom/platform/pixels/AffineKernels.cpp"
 #include "hwy/foreach_target.h"
 #include "hwy/highway.h"
+#include "vidloom/platform/pixels/PairProducts-inl.h"
 #include "vidloom/platform/pixels/RowLoop-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -13,7 +14,7 @@ namespace HWY_NAMESPACE {
 using Dwords = hn::ScalableTag<int32_t>;
 using DwordVector = hn::Vec<Dwords>;
 using DwordHalves = hn::Repartition<int16_t, Dwords>;
-using DwordBytes = hn::Rebind<uint8_t, Dwords>;
+inline constexpr int kWidestNarrowStride = 16383;
 
 void PairRows(uint16_t* pairs, const uint8_t* row, const uint8_t* below, int count) {
   const int lanes = static_cast<int>(hn::Lanes(Bytes()));
@@ -59,40 +60,62 @@ HWY_INLINE DwordVector mixNeighbours(DwordVector neighbours, DwordVector u, Dwor
   return hn::ShiftRight<15>(hn::Add(sum, hn::Set(dwords, 1 << 14)));
 }
 
-template <bool kClamps>
-HWY_INLINE DwordVector sampleAt(const PairedPlane& plane, DwordVector u, DwordVector v) {
+// Byte offsets of the pairs at a position. Strides that fit into 16 bits take one multiplication and one addition at once.
+template <bool kNarrow>
+HWY_INLINE DwordVector offsetAt(const PairedPlane& plane, DwordVector u, DwordVector v) {
   const Dwords dwords;
-  if constexpr (kClamps) {
-    const DwordVector zero = hn::Zero(dwords);
-    u = hn::Min(hn::Max(u, zero), hn::Set(dwords, (plane.width - 1) << 16));
-    v = hn::Min(hn::Max(v, zero), hn::Set(dwords, (plane.height - 1) << 16));
-  }
+  constexpr int kPairBytes = sizeof(uint16_t);
   const DwordVector column = hn::ShiftRight<16>(u);
-  const DwordVector index = hn::Add(hn::Mul(hn::ShiftRight<16>(v), hn::Set(dwords, plane.pairStride)), column);
-  const auto* base = reinterpret_cast<const int32_t*>(plane.pairs);
-  return mixNeighbours(hn::GatherOffset(dwords, base, hn::ShiftLeft<1>(index)), u, v);
+  if constexpr (kNarrow) {
+    const DwordHalves halves;
+    const DwordVector high = hn::Set(dwords, static_cast<int32_t>(0xFFFF0000));
+    const auto both = hn::BitCast(halves, hn::Or(column, hn::And(v, high)));
+    return sumOfProducts(both, hn::BitCast(halves, hn::Set(dwords, kPairBytes | plane.pairStride * kPairBytes << 16)));
+  } else {
+    const DwordVector row = hn::Mul(hn::ShiftRight<16>(v), hn::Set(dwords, plane.pairStride));
+    return hn::ShiftLeft<1>(hn::Add(row, column));
+  }
 }
 
-template <bool kClamps>
-HWY_INLINE void sampleRun(uint8_t* destination, int count, const PairedPlane& plane, FixedPoint start, FixedPoint step) {
-  const Dwords dwords;
-  const int lanes = static_cast<int>(hn::Lanes(dwords));
-  DwordVector u = hn::Add(hn::Set(dwords, start.u), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.u)));
-  DwordVector v = hn::Add(hn::Set(dwords, start.v), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.v)));
-  const DwordVector stepU = hn::Mul(hn::Set(dwords, step.u), hn::Set(dwords, lanes));
-  const DwordVector stepV = hn::Mul(hn::Set(dwords, step.v), hn::Set(dwords, lanes));
-  for (int x = 0; x < count; x += lanes) {
-    const auto samples = hn::DemoteTo(DwordBytes(), sampleAt<kClamps>(plane, u, v));
-    if (x + lanes <= count) {
-      hn::StoreU(samples, DwordBytes(), destination + x);
-    } else {
-      HWY_ALIGN uint8_t rest[hn::MaxLanes(DwordBytes())];
-      hn::Store(samples, DwordBytes(), rest);
-      std::memcpy(destination + x, rest, static_cast<size_t>(count - x));
-    }
-    u = hn::Add(u, stepU);
-    v = hn::Add(v, stepV);
+/// Steps through the plane, a vector of samples at a time.
+template <bool kClamps, bool kNarrow>
+class Walker {
+ public:
+  Walker(const PairedPlane& plane, FixedPoint start, FixedPoint step) : plane_(plane) {
+    const Dwords dwords;
+    const auto lanes = static_cast<int32_t>(hn::Lanes(dwords));
+    u_ = hn::Add(hn::Set(dwords, start.u), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.u)));
+    v_ = hn::Add(hn::Set(dwords, start.v), hn::Mul(hn::Iota(dwords, 0), hn::Set(dwords, step.v)));
+    stepU_ = hn::Mul(hn::Set(dwords, step.u), hn::Set(dwords, lanes));
+    stepV_ = hn::Mul(hn::Set(dwords, step.v), hn::Set(dwords, lanes));
   }
+
+  HWY_INLINE DwordVector next() {
+    const Dwords dwords;
+    DwordVector u = u_, v = v_;
+    if constexpr (kClamps) {
+      const DwordVector zero = hn::Zero(dwords);
+      u = hn::Min(hn::Max(u, zero), hn::Set(dwords, (plane_.width - 1) << 16));
+      v = hn::Min(hn::Max(v, zero), hn::Set(dwords, (plane_.height - 1) << 16));
+    }
+    u_ = hn::Add(u_, stepU_);
+    v_ = hn::Add(v_, stepV_);
+    const auto* base = reinterpret_cast<const int32_t*>(plane_.pairs);
+    return mixNeighbours(hn::GatherOffset(dwords, base, offsetAt<kNarrow>(plane_, u, v)), u, v);
+  }
+
+ private:
+  PairedPlane plane_;
+  DwordVector u_, v_, stepU_, stepV_;
+};
+
+template <bool kClamps, bool kNarrow>
+HWY_INLINE void sampleRun(uint8_t* destination, int count, const PairedPlane& plane, FixedPoint start, FixedPoint step) {
+  Walker<kClamps, kNarrow> walker(plane, start, step);
+  forRow(count, [&](auto at) HWY_ATTR {
+    const DwordVector a = walker.next(), b = walker.next(), c = walker.next(), d = walker.next();
+    at.store(packCodes(a, b, c, d), destination);
+  });
 }
 
 HWY_INLINE bool isInside(int64_t u, int64_t v, const PairedPlane& plane) {
@@ -100,14 +123,15 @@ HWY_INLINE bool isInside(int64_t u, int64_t v, const PairedPlane& plane) {
 }
 
 void SampleAlong(uint8_t* destination, int count, const PairedPlane& plane, FixedPoint start, FixedPoint step) {
-  const int lanes = static_cast<int>(hn::Lanes(Dwords()));
+  const int lanes = static_cast<int>(hn::Lanes(Bytes()));
   const int last = (count + lanes - 1) / lanes * lanes - 1;
   // Fractions are cut to 8 bits: half of the last one rounds them.
   const FixedPoint from{start.u + 128, start.v + 128};
   const int64_t toU = from.u + int64_t{last} * step.u, toV = from.v + int64_t{last} * step.v;
   const bool inside = isInside(from.u, from.v, plane) && isInside(toU, toV, plane);
-  if (inside) return sampleRun<false>(destination, count, plane, from, step);
-  sampleRun<true>(destination, count, plane, from, step);
+  if (plane.pairStride > kWidestNarrowStride) return sampleRun<true, false>(destination, count, plane, from, step);
+  if (inside) return sampleRun<false, true>(destination, count, plane, from, step);
+  sampleRun<true, true>(destination, count, plane, from, step);
 }
 
 }  // namespace HWY_NAMESPACE

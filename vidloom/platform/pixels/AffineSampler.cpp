@@ -7,7 +7,7 @@ namespace vidloom {
 namespace {
 
 // Positions are worked out anew at such distances, which keeps the error of fixed-point steps far below a sample.
-constexpr int kLongestRun = 128;
+constexpr int kLongestRun = AffineSampler::kTileWidth;
 constexpr double kLongestWay = 500;
 constexpr double kFixedOne = 65536;
 
@@ -45,7 +45,7 @@ AffineSampler::AffineSampler(const PlaneView& source, const CGAffineTransform& m
   runLength_ = static_cast<int>(std::clamp(kLongestWay / longestStep, 1.0, double(kLongestRun)));
   inverse_.tx -= needed.x0;
   inverse_.ty -= needed.y0;
-  const int stride = needed.width() + 1 + (needed.width() % 512 == 511 ? 32 : 0);
+  const int stride = (needed.width() + 1) % 512 == 0 ? needed.width() + 33 : needed.width() + 1;
   pairs_ = pool.makeBytes(sizeof(uint16_t) * static_cast<size_t>(stride) * needed.height() + sizeof(uint32_t));
   if (!pairs_) return;
   auto* pairs = reinterpret_cast<uint16_t*>(pairs_.get());

@@ -15,6 +15,9 @@ namespace vidloom {
 /// Bilinear; beyond the source's edges its edge samples go on. Keeps a copy of the part of the source that is needed.
 class AffineSampler {
  public:
+  /// Rows are best asked for in pieces of this length, one below the other.
+  static constexpr int kTileWidth = 128;
+
   /// `map` takes continuous source to destination coordinates and has an inverse. Only samples within `destination` may be asked
   /// for. isValid() is false where memory has run out.
   AffineSampler(const PlaneView& source, const CGAffineTransform& map, const SampleRect& destination, PicturePool& pool);

@@ -1,11 +1,13 @@
 #include "vidloom/platform/pixels/BgraKernels.h"
 
+#include <algorithm>
 #include <cmath>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "vidloom/platform/pixels/BgraKernels.cpp"
 #include "hwy/foreach_target.h"
 #include "hwy/highway.h"
+#include "vidloom/platform/pixels/PairProducts-inl.h"
 #include "vidloom/platform/pixels/RowLoop-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -16,7 +18,6 @@ using Pixels = hn::ScalableTag<int32_t>;
 using PixelVector = hn::Vec<Pixels>;
 using PixelWords = hn::Repartition<int16_t, Pixels>;
 using PixelWordVector = hn::Vec<PixelWords>;
-using PixelBytes = hn::Rebind<uint8_t, Pixels>;
 
 inline constexpr int kFractionBits = 15;
 inline constexpr int kBytesPerPixel = 4;
@@ -57,34 +58,37 @@ HWY_INLINE PixelWordVector greenAndAlpha(PixelVector pixels) {
   return hn::BitCast(PixelWords(), hn::And(shifted, hn::Set(unsignedPixels, 0x00FF00FF)));
 }
 
-HWY_INLINE PixelVector loadPixels(const uint8_t* bgra) {
-  return hn::BitCast(Pixels(), hn::LoadU(hn::Repartition<uint8_t, Pixels>(), bgra));
+HWY_INLINE PixelVector loadPixels(const uint8_t* bgra, int quarter) {
+  const int bytes = static_cast<int>(hn::Lanes(Bytes()));
+  return hn::BitCast(Pixels(), hn::LoadU(Bytes(), bgra + quarter * bytes));
 }
 
-// Calls body(source, below, x) for every vector of pixels; the last one may be a copy in which the last pixel is repeated.
+// Calls body(source, below, x, count) for as many pixels as a vector has bytes; the last ones may be a copy in which the last
+// pixel is repeated.
 template <class Body>
 HWY_INLINE void forPixels(const uint8_t* bgra, const uint8_t* below, int count, Body body) {
-  constexpr int kMaximumLanes = hn::MaxLanes(Pixels());
-  const int lanes = static_cast<int>(hn::Lanes(Pixels()));
+  constexpr int kMaximumLanes = hn::MaxLanes(Bytes());
+  const int lanes = static_cast<int>(hn::Lanes(Bytes()));
   int x = 0;
   for (; x + lanes <= count; x += lanes) body(bgra + kBytesPerPixel * x, below + kBytesPerPixel * x, x, lanes);
   if (x == count) return;
   uint8_t rest[2][kBytesPerPixel * kMaximumLanes];
   for (int lane = 0; lane < lanes; ++lane) {
-    const int pixel = kBytesPerPixel * (x + lane < count ? x + lane : count - 1);
+    const int pixel = kBytesPerPixel * std::min(x + lane, count - 1);
     std::memcpy(rest[0] + kBytesPerPixel * lane, bgra + pixel, kBytesPerPixel);
     std::memcpy(rest[1] + kBytesPerPixel * lane, below + pixel, kBytesPerPixel);
   }
   body(rest[0], rest[1], x, count - x);
 }
 
-HWY_INLINE void storeCodes(PixelVector codes, uint8_t* destination, int count) {
-  HWY_ALIGN uint8_t bytes[hn::MaxLanes(PixelBytes())];
-  if (count == static_cast<int>(hn::Lanes(PixelBytes()))) {
-    hn::StoreU(hn::DemoteTo(PixelBytes(), codes), PixelBytes(), destination);
+// Stores the codes that four vectors of pixels come to.
+template <class CodesOf>
+HWY_INLINE void storeCodes(CodesOf codesOf, uint8_t* destination, int x, int count) {
+  const ByteVector codes = packCodes(codesOf(0), codesOf(1), codesOf(2), codesOf(3));
+  if (count == static_cast<int>(hn::Lanes(Bytes()))) {
+    WholeAccess{x}.store(codes, destination);
   } else {
-    hn::Store(hn::DemoteTo(PixelBytes(), codes), PixelBytes(), bytes);
-    std::memcpy(destination, bytes, static_cast<size_t>(count));
+    PartialAccess{x, count}.store(codes, destination);
   }
 }
 
@@ -95,17 +99,19 @@ void LumaOfBGRA(uint8_t* luma, const uint8_t* bgra, int count, const CodeScale& 
   const int bias = (static_cast<int>(scale.lumaOffset) << kFractionBits) + (1 << (kFractionBits - 1));
   const PixelVector offset = hn::Set(Pixels(), bias);
   forPixels(bgra, bgra, count, [&](const uint8_t* source, const uint8_t*, int x, int stored) HWY_ATTR {
-    const PixelVector pixels = loadPixels(source);
-    const PixelVector sum = hn::Add(weights(blueAndRed(pixels), greenAndAlpha(pixels)), offset);
-    storeCodes(hn::ShiftRight<kFractionBits>(sum), luma + x, stored);
+    const auto codesOf = [&](int quarter) HWY_ATTR {
+      const PixelVector pixels = loadPixels(source, quarter);
+      return hn::ShiftRight<kFractionBits>(hn::Add(weights(blueAndRed(pixels), greenAndAlpha(pixels)), offset));
+    };
+    storeCodes(codesOf, luma, x, stored);
   });
 }
 
 // Even lanes give Cb, odd ones Cr.
-HWY_INLINE PixelWeights chromaWeights(const CodeScale& scale, double gain) {
+HWY_INLINE PixelWeights chromaWeights(const CodeScale& scale) {
   const double kg = 1 - scale.kr - scale.kb;
-  const double perBlue = gain * scale.chromaScale / (255 * 2 * (1 - scale.kb));
-  const double perRed = gain * scale.chromaScale / (255 * 2 * (1 - scale.kr));
+  const double perBlue = scale.chromaScale / (255 * 2 * (1 - scale.kb));
+  const double perRed = scale.chromaScale / (255 * 2 * (1 - scale.kr));
   return PixelWeights({-scale.kr * perBlue, -kg * perBlue, (1 - scale.kb) * perBlue},
                       {(1 - scale.kr) * perRed, -kg * perRed, -scale.kb * perRed});
 }
@@ -118,28 +124,33 @@ HWY_INLINE PixelWordVector sumOfFour(PixelWordVector here, PixelWordVector below
 
 void ChromaOfBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t* below, int count, const CodeScale& scale) {
   constexpr int kShift = kFractionBits + 2;
-  const PixelWeights weights = chromaWeights(scale, 1);
+  const PixelWeights weights = chromaWeights(scale);
   const PixelVector offset = hn::Set(Pixels(), (128 << kShift) + (1 << (kShift - 1)));
   forPixels(bgra, below, count, [&](const uint8_t* source, const uint8_t* next, int x, int stored) HWY_ATTR {
-    const PixelVector here = loadPixels(source), under = loadPixels(next);
-    const PixelVector sum =
-        weights(sumOfFour(blueAndRed(here), blueAndRed(under)), sumOfFour(greenAndAlpha(here), greenAndAlpha(under)));
-    storeCodes(hn::ShiftRight<kShift>(hn::Add(sum, offset)), cbcr + x, (stored + 1) & ~1);
+    const auto codesOf = [&](int quarter) HWY_ATTR {
+      const PixelVector here = loadPixels(source, quarter), under = loadPixels(next, quarter);
+      const PixelVector sum =
+          weights(sumOfFour(blueAndRed(here), blueAndRed(under)), sumOfFour(greenAndAlpha(here), greenAndAlpha(under)));
+      return hn::ShiftRight<kShift>(hn::Add(sum, offset));
+    };
+    storeCodes(codesOf, cbcr, x, (stored + 1) & ~1);
   });
 }
 
 void ChromaOfPremultipliedBGRA(uint8_t* cbcr, const uint8_t* bgra, const uint8_t* below, int count, const CodeScale& scale) {
   const hn::RebindToFloat<Pixels> floats;
-  const PixelWeights weights = chromaWeights(scale, 1);
+  const PixelWeights weights = chromaWeights(scale);
   const auto one = hn::Set(floats, 1.0f);
   forPixels(bgra, below, count, [&](const uint8_t* source, const uint8_t* next, int x, int stored) HWY_ATTR {
-    const PixelVector here = loadPixels(source), under = loadPixels(next);
-    const PixelWordVector green = sumOfFour(greenAndAlpha(here), greenAndAlpha(under));
-    const PixelVector sum = weights(sumOfFour(blueAndRed(here), blueAndRed(under)), green);
-    const auto alpha = hn::ConvertTo(floats, hn::ShiftRight<16>(hn::BitCast(Pixels(), green)));
-    const auto perAlpha = hn::Div(hn::Set(floats, 255.0f / (1 << kFractionBits)), hn::Max(alpha, one));
-    const auto codes = hn::MulAdd(hn::ConvertTo(floats, sum), perAlpha, hn::Set(floats, 128.0f));
-    storeCodes(hn::NearestInt(codes), cbcr + x, (stored + 1) & ~1);
+    const auto codesOf = [&](int quarter) HWY_ATTR {
+      const PixelVector here = loadPixels(source, quarter), under = loadPixels(next, quarter);
+      const PixelWordVector green = sumOfFour(greenAndAlpha(here), greenAndAlpha(under));
+      const PixelVector sum = weights(sumOfFour(blueAndRed(here), blueAndRed(under)), green);
+      const auto alpha = hn::ConvertTo(floats, hn::ShiftRight<16>(hn::BitCast(Pixels(), green)));
+      const auto perAlpha = hn::Div(hn::Set(floats, 255.0f / (1 << kFractionBits)), hn::Max(alpha, one));
+      return hn::NearestInt(hn::MulAdd(hn::ConvertTo(floats, sum), perAlpha, hn::Set(floats, 128.0f)));
+    };
+    storeCodes(codesOf, cbcr, x, (stored + 1) & ~1);
   });
 }
 

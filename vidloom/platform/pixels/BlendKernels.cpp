@@ -25,19 +25,19 @@ HWY_INLINE WordVector overHigh(WordVector under, WordVector color, WordVector al
   return hn::SaturatedAdd(divideBy255High(rest), hn::ShiftLeft<8>(taken));
 }
 
-void BlendRow(uint8_t* destination, const uint8_t* source, int count, int weight) {
+void BlendRow(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, int count, int weight) {
   const WordVector w = hn::Set(Words(), static_cast<uint16_t>(weight));
   forRow(count, [&](auto at) HWY_ATTR {
-    const ByteVector under = at.load(destination);
+    const ByteVector under = at.load(beneath);
     const ByteVector over = at.load(source);
     at.store(joinHighBytes(lerpHigh(evenBytes(under), evenBytes(over), w), lerpHigh(oddBytes(under), oddBytes(over), w)),
              destination);
   });
 }
 
-void BlendRowWeighted(uint8_t* destination, const uint8_t* source, const uint16_t* weights, int count) {
+void BlendRowWeighted(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, const uint16_t* weights, int count) {
   forRow(count, [&](auto at) HWY_ATTR {
-    const ByteVector under = at.load(destination);
+    const ByteVector under = at.load(beneath);
     const ByteVector over = at.load(source);
     const WordVector low = at.loadWords(weights, 0);
     const WordVector high = at.loadWords(weights, 1);
@@ -47,10 +47,28 @@ void BlendRowWeighted(uint8_t* destination, const uint8_t* source, const uint16_
   });
 }
 
-void BlendRowPremultiplied(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, int count, int weight) {
+// (over * cover + under * (255 - cover)) / 255 with cover = alpha * weight / 256.
+HWY_INLINE WordVector straightHigh(WordVector under, WordVector over, WordVector alpha, WordVector weight) {
+  const WordVector cover = hn::ShiftRight<8>(hn::Add(hn::Mul(alpha, weight), hn::Set(Words(), 128)));
+  return divideBy255High(hn::Add(hn::Mul(over, cover), hn::Mul(under, hn::Sub(hn::Set(Words(), 255), cover))));
+}
+
+void BlendRowStraight(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, const uint8_t* alpha, int count,
+                      int weight) {
   const WordVector w = hn::Set(Words(), static_cast<uint16_t>(weight));
   forRow(count, [&](auto at) HWY_ATTR {
-    const ByteVector under = at.load(destination);
+    const ByteVector under = at.load(beneath), over = at.load(source), cover = at.load(alpha);
+    at.store(joinHighBytes(straightHigh(evenBytes(under), evenBytes(over), evenBytes(cover), w),
+                           straightHigh(oddBytes(under), oddBytes(over), oddBytes(cover), w)),
+             destination);
+  });
+}
+
+void BlendRowPremultiplied(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, const uint8_t* alpha, int count,
+                           int weight) {
+  const WordVector w = hn::Set(Words(), static_cast<uint16_t>(weight));
+  forRow(count, [&](auto at) HWY_ATTR {
+    const ByteVector under = at.load(beneath);
     const ByteVector over = at.load(source);
     const ByteVector cover = at.load(alpha);
     at.store(joinHighBytes(overHigh(evenBytes(under), evenBytes(over), evenBytes(cover), w),
@@ -59,10 +77,10 @@ void BlendRowPremultiplied(uint8_t* destination, const uint8_t* source, const ui
   });
 }
 
-void BlendRowPremultipliedWeighted(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, const uint16_t* weights,
-                                   int count) {
+void BlendRowPremultipliedWeighted(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, const uint8_t* alpha,
+                                   const uint16_t* weights, int count) {
   forRow(count, [&](auto at) HWY_ATTR {
-    const ByteVector under = at.load(destination);
+    const ByteVector under = at.load(beneath);
     const ByteVector over = at.load(source);
     const ByteVector cover = at.load(alpha);
     const WordVector low = at.loadWords(weights, 0);
@@ -86,26 +104,33 @@ namespace vidloom {
 namespace {
 HWY_EXPORT(BlendRow);
 HWY_EXPORT(BlendRowWeighted);
+HWY_EXPORT(BlendRowStraight);
 HWY_EXPORT(BlendRowPremultiplied);
 HWY_EXPORT(BlendRowPremultipliedWeighted);
 HWY_EXPORT(PremultiplyRow);
 }  // namespace
 
-void blendRow(uint8_t* destination, const uint8_t* source, int count, int weight) {
-  HWY_DYNAMIC_DISPATCH(BlendRow)(destination, source, count, weight);
+void blendRow(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, int count, int weight) {
+  HWY_DYNAMIC_DISPATCH(BlendRow)(destination, beneath, source, count, weight);
 }
 
-void blendRowWeighted(uint8_t* destination, const uint8_t* source, const uint16_t* weights, int count) {
-  HWY_DYNAMIC_DISPATCH(BlendRowWeighted)(destination, source, weights, count);
+void blendRowWeighted(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, const uint16_t* weights, int count) {
+  HWY_DYNAMIC_DISPATCH(BlendRowWeighted)(destination, beneath, source, weights, count);
 }
 
-void blendRowPremultiplied(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, int count, int weight) {
-  HWY_DYNAMIC_DISPATCH(BlendRowPremultiplied)(destination, source, alpha, count, weight);
+void blendRowStraight(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, const uint8_t* alpha, int count,
+                      int weight) {
+  HWY_DYNAMIC_DISPATCH(BlendRowStraight)(destination, beneath, source, alpha, count, weight);
 }
 
-void blendRowPremultipliedWeighted(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, const uint16_t* weights,
-                                   int count) {
-  HWY_DYNAMIC_DISPATCH(BlendRowPremultipliedWeighted)(destination, source, alpha, weights, count);
+void blendRowPremultiplied(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, const uint8_t* alpha, int count,
+                           int weight) {
+  HWY_DYNAMIC_DISPATCH(BlendRowPremultiplied)(destination, beneath, source, alpha, count, weight);
+}
+
+void blendRowPremultipliedWeighted(uint8_t* destination, const uint8_t* beneath, const uint8_t* source, const uint8_t* alpha,
+                                   const uint16_t* weights, int count) {
+  HWY_DYNAMIC_DISPATCH(BlendRowPremultipliedWeighted)(destination, beneath, source, alpha, weights, count);
 }
 
 void premultiplyRow(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, int count) {

@@ -5,18 +5,23 @@
 
 namespace vidloom {
 
-/// destination += (source - destination) * weight / 256, rounded; weight 0..256.
-void blendRow(uint8_t* destination, const uint8_t* source, int count, int weight);
+/// destination = under + (source - under) * weight / 256, rounded; weight 0..256. Here and below `under` may be the destination.
+void blendRow(uint8_t* destination, const uint8_t* under, const uint8_t* source, int count, int weight);
 
 /// The same with a weight (0..256) for every sample.
-void blendRowWeighted(uint8_t* destination, const uint8_t* source, const uint16_t* weights, int count);
+void blendRowWeighted(uint8_t* destination, const uint8_t* under, const uint8_t* source, const uint16_t* weights, int count);
 
-/// Lays premultiplied samples over: destination = (source + destination * (255 - alpha) / 255), both taken by weight / 256.
-void blendRowPremultiplied(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, int count, int weight);
+/// The same by alpha / 255 * weight / 256.
+void blendRowStraight(uint8_t* destination, const uint8_t* under, const uint8_t* source, const uint8_t* alpha, int count,
+                      int weight);
+
+/// Lays premultiplied samples over: destination = source + under * (255 - alpha) / 255, source and alpha taken by weight / 256.
+void blendRowPremultiplied(uint8_t* destination, const uint8_t* under, const uint8_t* source, const uint8_t* alpha, int count,
+                           int weight);
 
 /// The same with a weight (0..256) for every sample.
-void blendRowPremultipliedWeighted(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, const uint16_t* weights,
-                                   int count);
+void blendRowPremultipliedWeighted(uint8_t* destination, const uint8_t* under, const uint8_t* source, const uint8_t* alpha,
+                                   const uint16_t* weights, int count);
 
 /// destination = source * alpha / 255, rounded.
 void premultiplyRow(uint8_t* destination, const uint8_t* source, const uint8_t* alpha, int count);

@@ -1,8 +1,9 @@
 #include "vidloom/platform/pixels/LayerCompositor.h"
 
+#include <array>
 #include <cstring>
 #include <mutex>
-#include <optional>
+#include <span>
 #include <utility>
 
 #include "vidloom/platform/pixels/LayerPainter.h"
@@ -24,6 +25,11 @@ struct PlacedLayer {
 bool hides(const PlacedLayer& layer, int width, int height) {
   if (layer.picture->hasAlpha() || layer.placement.opacity != kOpaque) return false;
   return layer.placement.coverage(*layer.picture, false).fills({0, 0, width, height});
+}
+
+bool coversAll(const PlacedLayer& layer, const Picture& output) {
+  return layer.placement.coverage(*layer.picture, false).fills({0, 0, output.width, output.height}) &&
+         layer.placement.coverage(*layer.picture, true).fills({0, 0, output.chromaWidth(), output.chromaHeight()});
 }
 
 /// The layers that can be seen, from the bottom, and whether the lowest of them fills the output.
@@ -66,12 +72,46 @@ PictureRef untouched(const PlacedLayer& layer, int width, int height, const Pict
   return part;
 }
 
-void fillBlack(MutablePicture& picture) {
-  const int black = picture.color.fullRange ? 0 : kLimitedBlack;
-  for (int plane = 0; plane < 3; ++plane) {
-    const MutablePlaneView view = planeOf(picture, plane);
-    for (int y = 0; y < view.height; ++y) std::memset(view.row(y), plane == 0 ? black : kNeutralChroma, size_t(view.width));
+void fillRow(const MutablePlaneView& plane, int y, int begin, int end, int value) {
+  if (begin < end) std::memset(plane.row(y) + begin, value, static_cast<size_t>(end - begin));
+}
+
+/// Paints all but the given luma and chroma rectangles black.
+void fillBlack(MutablePicture& picture, const std::array<SampleRect, 2>& except) {
+  for (int index = 0; index < 3; ++index) {
+    const MutablePlaneView plane = planeOf(picture, index);
+    const SampleRect& hole = except[index > 0];
+    const int value = index > 0 ? kNeutralChroma : picture.color.fullRange ? 0 : kLimitedBlack;
+    for (int y = 0; y < plane.height; ++y) {
+      const bool beside = !hole.isEmpty() && y >= hole.y0 && y < hole.y1;
+      fillRow(plane, y, 0, beside ? hole.x0 : plane.width, value);
+      if (beside) fillRow(plane, y, hole.x1, plane.width, value);
+    }
   }
+}
+
+/// The samples of the output that the layer covers entirely, as far as that is a rectangle.
+std::array<SampleRect, 2> opaqueRects(const PlacedLayer& layer, const MutablePicture& output) {
+  if (layer.picture->hasAlpha() || layer.placement.opacity != kOpaque) return {};
+  return {layer.placement.coverage(*layer.picture, false).solid({0, 0, output.width, output.height}),
+          layer.placement.coverage(*layer.picture, true).solid({0, 0, output.chromaWidth(), output.chromaHeight()})};
+}
+
+/// Paints the visible layers; if `filled`, the lowest one fills the output.
+bool paintLayers(MutablePicture& output, std::span<const PlacedLayer> layers, bool filled, const DrawingMemory& memory) {
+  LayerPainter painter(output, memory);
+  if (!filled) fillBlack(output, opaqueRects(layers[0], output));
+  // A second layer over all of the first reads that one where it is, instead of a copy.
+  if (filled && layers.size() > 1 && coversAll(layers[1], output)) {
+    if (PictureRef beneath = untouched(layers[0], output.width, output.height, output.color)) {
+      painter.setBeneath(std::move(beneath));
+      layers = layers.subspan(1);
+    }
+  }
+  for (const PlacedLayer& layer : layers) {
+    if (!painter.paint(layer.picture, layer.placement)) return false;
+  }
+  return true;
 }
 
 /// A layer as it was asked for, without keeping its picture alive.
@@ -127,7 +167,7 @@ class LayerCompositor::Memory {
     std::lock_guard lock(mutex_);
     if (fits(black_, width, height, color)) return black_;
     const auto picture = pool.make(width, height, color, false);
-    if (picture) fillBlack(*picture);
+    if (picture) fillBlack(*picture, {});
     return black_ = picture;
   }
 
@@ -153,11 +193,7 @@ PictureRef LayerCompositor::compose(const std::vector<PictureLayer>& bottomToTop
   if (PictureRef known = memory_->recall(bottomToTop, width, height, outputColor)) return known;
   const auto output = pool_.make(width, height, outputColor, false);
   if (!output) return nullptr;
-  if (!filled) fillBlack(*output);
-  LayerPainter painter(*output, {pool_, memory_->plans()});
-  for (const PlacedLayer& layer : visible) {
-    if (!painter.paint(layer.picture, layer.placement)) return nullptr;
-  }
+  if (!paintLayers(*output, visible, filled, {pool_, memory_->plans()})) return nullptr;
   memory_->remember(bottomToTop, output);
   return output;
 }

@@ -19,6 +19,8 @@ int planeCount(const Picture& picture) { return picture.hasAlpha() ? kColorPlane
 
 SampleRect wholeOf(const PlaneView& plane) { return {0, 0, plane.width, plane.height}; }
 
+bool isEven(double value) { return value / 2 == std::round(value / 2); }
+
 double areaOf(const CGAffineTransform& map) { return std::abs(map.a * map.d - map.b * map.c); }
 
 CGAffineTransform movedBy(CGAffineTransform map, double x, double y) {
@@ -51,8 +53,10 @@ bool LayerPainter::paint(const PictureRef& picture, const LayerPlacement& placem
   drawing.bounds = std::array{drawing.coverage[0].bounds(wholeOf(planeOf(output_, 0).view())),
                               drawing.coverage[1].bounds(wholeOf(planeOf(output_, 1).view()))};
   if (drawing.bounds[0].isEmpty()) return true;
-  return picture->hasAlpha() ? paintWithAlpha(std::move(drawing), placement.isStraight)
-                             : paintOpaque(std::move(drawing), placement.isStraight);
+  const bool painted = picture->hasAlpha() ? paintWithAlpha(std::move(drawing), placement.isStraight)
+                                           : paintOpaque(std::move(drawing), placement.isStraight);
+  beneath_.reset();
+  return painted;
 }
 
 // Colours are converted and sides turned where there are fewer samples: before the picture is enlarged, after it is reduced.
@@ -75,16 +79,18 @@ bool LayerPainter::paintOpaque(Drawing drawing, bool straight) {
 bool LayerPainter::paintWithAlpha(Drawing drawing, bool straight) {
   if (!sameCodes(drawing.picture->color, output_.color) && !recolor(drawing)) return false;
   if (straight && !drawing.orientation.isUpright() && !turn(drawing)) return false;
-  return drawPremultiplied(drawing);
+  const CGAffineTransform& map = drawing.map;
+  const bool stays = map.a == 1 && map.d == 1 && map.b == 0 && map.c == 0 && isEven(map.tx) && isEven(map.ty);
+  return stays && drawing.picture->width % 2 == 0 && drawing.picture->height % 2 == 0 ? drawStraight(drawing)
+                                                                                      : drawPremultiplied(drawing);
 }
 
 /// A turn that moves samples one by one goes straight to the output, if nothing has to be blended; else false.
 bool LayerPainter::turnIntoOutput(const Drawing& drawing) {
   const CGAffineTransform& map = drawing.map;
   const bool wholeSteps = std::abs(map.a + map.c) == 1 && std::abs(map.b + map.d) == 1;
-  const auto even = [](double value) { return value / 2 == std::round(value / 2); };
   const Picture& picture = *drawing.picture;
-  const bool aligned = even(map.tx) && even(map.ty) && picture.width % 2 == 0 && picture.height % 2 == 0;
+  const bool aligned = isEven(map.tx) && isEven(map.ty) && picture.width % 2 == 0 && picture.height % 2 == 0;
   const bool inside = drawing.bounds[0].width() == (drawing.orientation.transpose ? picture.height : picture.width) &&
                       drawing.bounds[0].height() == (drawing.orientation.transpose ? picture.width : picture.height);
   if (!wholeSteps || !aligned || !inside || drawing.opacity != kOpaque) return false;
@@ -145,10 +151,38 @@ bool LayerPainter::recolor(Drawing& drawing) {
 bool LayerPainter::drawPlanes(const Drawing& drawing) {
   for (int plane = 0; plane < kColorPlanes; ++plane) {
     const bool chroma = isChroma(plane);
-    PlaneSink sink(planeOf(output_, plane), &drawing.coverage[chroma], drawing.bounds[chroma], drawing.opacity);
+    PlaneSink sink = sinkFor(drawing, plane);
     if (!drawPlane(planeOf(*drawing.picture, plane), chroma ? chromaMap(drawing.map) : drawing.map, drawing.bounds[chroma],
                    &drawing.coverage[chroma], sink, memory_)) {
       return false;
+    }
+  }
+  return true;
+}
+
+PlaneSink LayerPainter::sinkFor(const Drawing& drawing, int plane) {
+  const bool chroma = isChroma(plane);
+  PlaneSink sink(planeOf(output_, plane), &drawing.coverage[chroma], drawing.bounds[chroma], drawing.opacity);
+  sink.setBeneath(beneath(plane));
+  return sink;
+}
+
+/// A picture with alpha that is only moved by whole samples.
+bool LayerPainter::drawStraight(const Drawing& drawing) {
+  const Picture& picture = *drawing.picture;
+  const auto mask = memory_.pool.make(picture.width, picture.height, picture.color, false);
+  if (!mask) return false;
+  const MutablePlaneView chromaAlpha = planeOf(*mask, 1);
+  halvePlane(planeOf(picture, kAlphaPlane), true, true, chromaAlpha);
+  for (int plane = 0; plane < kColorPlanes; ++plane) {
+    const SampleRect& bounds = drawing.bounds[isChroma(plane)];
+    const CGAffineTransform map = isChroma(plane) ? chromaMap(drawing.map) : drawing.map;
+    const PlaneView source = planeOf(picture, plane), under = beneath(plane);
+    const PlaneView alpha = isChroma(plane) ? chromaAlpha.view() : planeOf(picture, kAlphaPlane);
+    const int dx = bounds.x0 - static_cast<int>(map.tx), dy = -static_cast<int>(map.ty);
+    for (int y = bounds.y0; y < bounds.y1; ++y) {
+      blendRowStraight(planeOf(output_, plane).row(y) + bounds.x0, under.row(y) + bounds.x0, source.row(y + dy) + dx,
+                       alpha.row(y + dy) + dx, bounds.width(), drawing.opacity);
     }
   }
   return true;
@@ -177,7 +211,7 @@ bool LayerPainter::drawPremultiplied(const Drawing& drawing) {
     PlaneSink maskSink(maskPlane, nullptr, wholeOf(maskPlane.view()), kOpaque);
     if (!drawPlane(alphas[chroma], movedBy(map, -x, -y), wholeOf(maskPlane.view()), nullptr, maskSink, memory_)) return false;
     for (int plane = chroma ? 1 : 0; plane <= (chroma ? 2 : 0); ++plane) {
-      PlaneSink sink(planeOf(output_, plane), &drawing.coverage[chroma], drawing.bounds[chroma], drawing.opacity);
+      PlaneSink sink = sinkFor(drawing, plane);
       sink.setAlpha(maskPlane.view(), x, y);
       if (!drawPlane(planeOf(*weighted, plane).view(), map, drawing.bounds[chroma], &drawing.coverage[chroma], sink, memory_)) {
         return false;

@@ -9,7 +9,6 @@
 #include "vidloom/platform/pixels/BgraKernels.h"
 #include "vidloom/platform/pixels/ColorTransform.h"
 #include "vidloom/platform/pixels/MatrixKernels.h"
-#include "vidloom/platform/pixels/PicturePool.h"
 #include "vidloom/platform/pixels/PlaneView.h"
 #include "vidloom/platform/pixels/RangeKernels.h"
 
@@ -53,22 +52,53 @@ class LumaChanges {
   std::vector<int16_t> rows_[3];
 };
 
-void transformMatrix(const Picture& picture, MutablePicture& destination) {
-  const ColorTransform transform = ColorTransform::between(picture.color, destination.color);
-  const PlaneView luma = planeOf(picture, 0), cb = planeOf(picture, 1), cr = planeOf(picture, 2);
-  LumaChanges changes(cb.width);
+struct ChromaRows {
+  const uint8_t *cb, *cr;
+};
+
+struct MutableChromaRows {
+  uint8_t *cb, *cr;
+};
+
+/// `chromaOf(y)` gives a row of old chroma, `chromaFor(y)` one to be written, and `chromaDone(y)` is called when it is.
+template <class ChromaOf, class ChromaFor, class ChromaDone>
+void transformMatrix(const PlaneView& luma, const ColorTransform& transform, const MutablePlaneView& newLuma, ChromaOf chromaOf,
+                     ChromaFor chromaFor, ChromaDone chromaDone) {
+  const int width = (luma.width + 1) / 2, height = (luma.height + 1) / 2;
+  LumaChanges changes(width);
   const auto transformChroma = [&](int y) {
-    transformChromaRow(planeOf(destination, 1).row(y), planeOf(destination, 2).row(y), changes.row(y), cb.row(y), cr.row(y),
-                       cb.width, transform);
+    const ChromaRows from = chromaOf(y);
+    const MutableChromaRows to = chromaFor(y);
+    transformChromaRow(to.cb, to.cr, changes.row(y), from.cb, from.cr, width, transform);
     changes.extend(y);
+    chromaDone(y);
   };
   transformChroma(0);
   for (int y = 0; y < luma.height; ++y) {
     const int near = y / 2;
-    if (y % 2 == 0 && near + 1 < cb.height) transformChroma(near + 1);
-    const int far = std::clamp(y % 2 == 0 ? near - 1 : near + 1, 0, cb.height - 1);
-    transformLumaRow(planeOf(destination, 0).row(y), luma.row(y), changes.row(near), changes.row(far), luma.width, transform);
+    if (y % 2 == 0 && near + 1 < height) transformChroma(near + 1);
+    const int far = std::clamp(y % 2 == 0 ? near - 1 : near + 1, 0, height - 1);
+    transformLumaRow(newLuma.row(y), luma.row(y), changes.row(near), changes.row(far), luma.width, transform);
   }
+}
+
+/// One row of both chroma planes.
+struct ChromaBuffer {
+  explicit ChromaBuffer(int width) : cb(static_cast<size_t>(width)), cr(cb.size()) {}
+  MutableChromaRows rows() { return {cb.data(), cr.data()}; }
+  ChromaRows readRows() const { return {cb.data(), cr.data()}; }
+
+  std::vector<uint8_t> cb, cr;
+};
+
+ChromaRows chromaRows(const Picture& picture, int y) { return {planeOf(picture, 1).row(y), planeOf(picture, 2).row(y)}; }
+MutableChromaRows chromaRows(MutablePicture& picture, int y) { return {planeOf(picture, 1).row(y), planeOf(picture, 2).row(y)}; }
+
+PictureColor colorOf(ColorMatrix matrix, bool fullRange) {
+  PictureColor color;
+  color.matrix = matrix;
+  color.fullRange = fullRange;
+  return color;
 }
 
 /// Pixels as rows of both kinds: as they are meant to be seen through their alpha and multiplied by it.
@@ -105,39 +135,43 @@ class AlphaRows {
 }  // namespace
 
 void writeBiplanar(const Picture& picture, ColorMatrix matrix, bool fullRange, const BiplanarPlanes& destination) {
+  const MutablePlaneView luma{destination.y, destination.yStride, picture.width, picture.height};
+  const auto chromaRow = [&](int y) { return destination.cbcr + y * destination.cbcrStride; };
   if (picture.color.matrix != matrix) {
-    PictureColor color = picture.color;
-    color.matrix = matrix;
-    color.fullRange = fullRange;
-    const auto converted = PicturePool::shared().make(picture.width, picture.height, color, false);
-    if (!converted) return;
-    convertColor(picture, *converted);
-    return writeBiplanar(*converted, matrix, fullRange, destination);
+    ChromaBuffer buffer(picture.chromaWidth());
+    return transformMatrix(
+        planeOf(picture, 0), ColorTransform::between(picture.color, colorOf(matrix, fullRange)), luma,
+        [&](int y) { return chromaRows(picture, y); }, [&](int) { return buffer.rows(); },
+        [&](int y) { interleaveRow(chromaRow(y), buffer.cb.data(), buffer.cr.data(), picture.chromaWidth(), kSameRange); });
   }
   const PictureRange range = PictureRange::between(picture.color.fullRange, fullRange);
-  mapPlane(planeOf(picture, 0), {destination.y, destination.yStride, picture.width, picture.height}, range.luma);
-  const PlaneView cb = planeOf(picture, 1), cr = planeOf(picture, 2);
-  for (int y = 0; y < cb.height; ++y) {
-    interleaveRow(destination.cbcr + y * destination.cbcrStride, cb.row(y), cr.row(y), cb.width, range.chroma);
+  mapPlane(planeOf(picture, 0), luma, range.luma);
+  for (int y = 0; y < picture.chromaHeight(); ++y) {
+    const ChromaRows rows = chromaRows(picture, y);
+    interleaveRow(chromaRow(y), rows.cb, rows.cr, picture.chromaWidth(), range.chroma);
   }
 }
 
 void readBiplanar(const BiplanarPlanes& source, ColorMatrix matrix, bool fullRange, MutablePicture& destination) {
   if (destination.hasAlpha()) fillPlane(planeOf(destination, 3), 255);
+  const PlaneView luma{source.y, source.yStride, destination.width, destination.height};
+  const auto chromaRow = [&](int y) { return source.cbcr + y * source.cbcrStride; };
+  const int width = destination.chromaWidth();
   if (destination.color.matrix != matrix) {
-    PictureColor color = destination.color;
-    color.matrix = matrix;
-    color.fullRange = fullRange;
-    const auto read = PicturePool::shared().make(destination.width, destination.height, color, false);
-    if (!read) return;
-    readBiplanar(source, matrix, fullRange, *read);
-    return convertColor(*read, destination);
+    ChromaBuffer buffer(width);
+    const auto splitRow = [&](int y) {
+      deinterleaveRow(buffer.cb.data(), buffer.cr.data(), chromaRow(y), width, kSameRange);
+      return buffer.readRows();
+    };
+    return transformMatrix(
+        luma, ColorTransform::between(colorOf(matrix, fullRange), destination.color), planeOf(destination, 0), splitRow,
+        [&](int y) { return chromaRows(destination, y); }, [](int) {});
   }
   const PictureRange range = PictureRange::between(fullRange, destination.color.fullRange);
-  mapPlane({source.y, source.yStride, destination.width, destination.height}, planeOf(destination, 0), range.luma);
-  const MutablePlaneView cb = planeOf(destination, 1), cr = planeOf(destination, 2);
-  for (int y = 0; y < cb.height; ++y) {
-    deinterleaveRow(cb.row(y), cr.row(y), source.cbcr + y * source.cbcrStride, cb.width, range.chroma);
+  mapPlane(luma, planeOf(destination, 0), range.luma);
+  for (int y = 0; y < destination.chromaHeight(); ++y) {
+    const MutableChromaRows rows = chromaRows(destination, y);
+    deinterleaveRow(rows.cb, rows.cr, chromaRow(y), width, range.chroma);
   }
 }
 
@@ -202,7 +236,9 @@ void convertColor(const Picture& picture, MutablePicture& destination) {
     mapPlane(planeOf(picture, 0), planeOf(destination, 0), range.luma);
     for (const int plane : {1, 2}) mapPlane(planeOf(picture, plane), planeOf(destination, plane), range.chroma);
   } else {
-    transformMatrix(picture, destination);
+    transformMatrix(
+        planeOf(picture, 0), ColorTransform::between(picture.color, destination.color), planeOf(destination, 0),
+        [&](int y) { return chromaRows(picture, y); }, [&](int y) { return chromaRows(destination, y); }, [](int) {});
   }
   if (!destination.hasAlpha()) return;
   if (picture.hasAlpha()) return mapPlane(planeOf(picture, 3), planeOf(destination, 3), kSameRange);

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <span>
+#include <utility>
+#include <vector>
 
 #include "vidloom/platform/pixels/AffineSampler.h"
 #include "vidloom/platform/pixels/PlaneHalving.h"
@@ -13,6 +16,7 @@ namespace {
 
 // Affine maps that reduce by more than this are preceded by an upright scaling, since bilinear sampling would skip samples.
 constexpr double kSmallestAffineScale = 0.75;
+constexpr int kBandRows = 32;
 
 /// A plane and the memory that it may have of its own.
 struct OwnedPlane {
@@ -77,9 +81,11 @@ bool drawUpright(PlaneView source, AxisMap map, const SampleRect& bounds, PlaneS
     if (down) map.scaleY *= 2;
   }
   PlaneScaler scaler(source, memory.plans.plan(source.width, source.height, map, bounds));
+  PlaneSink::Row row;
   for (int y = bounds.y0; y < bounds.y1; ++y) {
-    scaler.row(y, sink.beginRow(y, bounds.x0, bounds.x1));
-    sink.endRow();
+    sink.open(row, y, bounds.x0, bounds.x1);
+    scaler.row(y, row.samples);
+    sink.close(row);
   }
   return true;
 }
@@ -100,18 +106,31 @@ bool reduceFirst(OwnedPlane& source, CGAffineTransform& map, const DrawingMemory
   return true;
 }
 
+/// Samples the rows of a band tile by tile, since neighbouring rows of a tile look at the same source samples.
+void sampleBand(const AffineSampler& sampler, std::span<const PlaneSink::Row> rows, const SampleRect& bounds) {
+  for (int left = bounds.x0; left < bounds.x1; left += AffineSampler::kTileWidth) {
+    for (const PlaneSink::Row& row : rows) {
+      const int begin = std::max(left, row.begin), end = std::min(left + AffineSampler::kTileWidth, row.end);
+      if (begin < end) sampler.row(row.y, begin, end, row.samples + (begin - row.begin));
+    }
+  }
+}
+
 bool drawAffine(const PlaneView& plane, CGAffineTransform map, const SampleRect& bounds, const LayerCoverage* coverage,
                 PlaneSink& sink, const DrawingMemory& memory) {
   OwnedPlane source{plane, nullptr};
   if (!reduceFirst(source, map, memory)) return false;
   const AffineSampler sampler(source.view, map, bounds, memory.pool);
   if (!sampler.isValid()) return false;
-  for (int y = bounds.y0; y < bounds.y1; ++y) {
-    const SampleSpan row{bounds.x0, bounds.x1};
-    const SampleSpan span = coverage ? coverage->touched(y, row) : row;
-    if (span.isEmpty()) continue;
-    sampler.row(y, span.begin, span.end, sink.beginRow(y, span.begin, span.end));
-    sink.endRow();
+  std::vector<PlaneSink::Row> rows(kBandRows);
+  for (int top = bounds.y0; top < bounds.y1; top += kBandRows) {
+    size_t open = 0;
+    for (int y = top; y < std::min(top + kBandRows, bounds.y1); ++y) {
+      const SampleSpan span = coverage ? coverage->touched(y, {bounds.x0, bounds.x1}) : SampleSpan{bounds.x0, bounds.x1};
+      if (!span.isEmpty()) sink.open(rows[open++], y, span.begin, span.end);
+    }
+    sampleBand(sampler, std::span(rows).first(open), bounds);
+    for (size_t row = 0; row < open; ++row) sink.close(rows[row]);
   }
   return true;
 }

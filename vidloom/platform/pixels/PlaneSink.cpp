@@ -15,7 +15,8 @@ PlaneSink::PlaneSink(const MutablePlaneView& plane, const LayerCoverage* coverag
       opacity_(opacity),
       bounds_(bounds),
       isUpright_(!coverage || coverage->isUpright()),
-      solid_(coverage ? coverage->solid(bounds) : bounds) {}
+      solid_(coverage ? coverage->solid(bounds) : bounds),
+      beneath_(plane.view()) {}
 
 void PlaneSink::setAlpha(const PlaneView& alpha, int x0, int y0) {
   alpha_ = alpha;
@@ -23,52 +24,60 @@ void PlaneSink::setAlpha(const PlaneView& alpha, int x0, int y0) {
   alphaY_ = y0;
 }
 
-uint8_t* PlaneSink::beginRow(int y, int x0, int x1) {
-  y_ = y;
-  begin_ = x0;
-  end_ = x1;
-  filled_ = filledPart(y, x0, x1);
-  if (filled_.isEmpty()) filled_ = {x1, x1};
-  inPlace_ = opacity_ == kOpaque && !alpha_.data && filled_.begin == x0 && filled_.end == x1;
-  if (inPlace_) return plane_.row(y) + x0;
-  row_.resize(std::max(row_.size(), static_cast<size_t>(x1 - x0)));
-  return row_.data();
-}
-
-SampleSpan PlaneSink::filledPart(int y, int x0, int x1) const {
-  if (!isUpright_) return coverage_->filled(y, {x0, x1});
+SampleSpan PlaneSink::filledPart(int y, int begin, int end) const {
+  if (!isUpright_) return coverage_->filled(y, {begin, end});
   if (y < solid_.y0 || y >= solid_.y1) return {};
-  return {std::max(x0, solid_.x0), std::min(x1, solid_.x1)};
+  return {std::max(begin, solid_.x0), std::min(end, solid_.x1)};
 }
 
-void PlaneSink::endRow() {
-  if (inPlace_) return;
-  blendEdge(begin_, filled_.begin, row_.data());
-  blend(filled_.begin, filled_.end, row_.data() + (filled_.begin - begin_));
-  blendEdge(filled_.end, end_, row_.data() + (filled_.end - begin_));
+// Rows that only blend at their edges are written in place, and what was beneath the edges is kept.
+void PlaneSink::open(Row& row, int y, int begin, int end) const {
+  row.y = y;
+  row.begin = begin;
+  row.end = end;
+  row.filled = filledPart(y, begin, end);
+  if (row.filled.isEmpty()) row.filled = {end, end};
+  row.inPlace = opacity_ == kOpaque && !alpha_.data && !row.filled.isEmpty();
+  row.kept.resize(std::max(row.kept.size(), static_cast<size_t>(end - begin)));
+  row.samples = row.kept.data();
+  if (!row.inPlace) return;
+  row.samples = plane_.row(y) + begin;
+  const uint8_t* under = beneath_.row(y);
+  std::copy(under + begin, under + row.filled.begin, row.kept.data());
+  std::copy(under + row.filled.end, under + end, row.kept.data() + (row.filled.end - begin));
 }
 
-void PlaneSink::blend(int begin, int end, const uint8_t* samples) {
+void PlaneSink::close(Row& row) {
+  const auto finishEdge = [&](int begin, int end) {
+    if (begin >= end) return;
+    const uint8_t* under = row.inPlace ? row.kept.data() + (begin - row.begin) : beneath_.row(row.y) + begin;
+    blendEdge(row.y, begin, end, under, row.samples + (begin - row.begin));
+  };
+  finishEdge(row.begin, row.filled.begin);
+  if (!row.inPlace) blend(row.y, row.filled.begin, row.filled.end, row.samples + (row.filled.begin - row.begin));
+  finishEdge(row.filled.end, row.end);
+}
+
+void PlaneSink::blend(int y, int begin, int end, const uint8_t* samples) {
   if (begin >= end) return;
-  uint8_t* target = plane_.row(y_) + begin;
+  uint8_t* target = plane_.row(y) + begin;
+  const uint8_t* under = beneath_.row(y) + begin;
   if (alpha_.data) {
-    blendRowPremultiplied(target, samples, alpha_.row(y_ - alphaY_) + (begin - alphaX_), end - begin, opacity_);
-  } else if (opacity_ == kOpaque) {
-    std::copy(samples, samples + (end - begin), target);
+    blendRowPremultiplied(target, under, samples, alpha_.row(y - alphaY_) + (begin - alphaX_), end - begin, opacity_);
   } else {
-    blendRow(target, samples, end - begin, opacity_);
+    blendRow(target, under, samples, end - begin, opacity_);
   }
 }
 
-void PlaneSink::blendEdge(int begin, int end, const uint8_t* samples) {
-  if (begin >= end) return;
+void PlaneSink::blendEdge(int y, int begin, int end, const uint8_t* under, const uint8_t* samples) {
   weights_.resize(std::max(weights_.size(), static_cast<size_t>(end - begin)));
-  for (int x = begin; x < end; ++x) weights_[x - begin] = static_cast<uint16_t>((coverage_->at(x, y_) * opacity_ + 128) >> 8);
-  uint8_t* target = plane_.row(y_) + begin;
+  for (int x = begin; x < end; ++x) weights_[x - begin] = static_cast<uint16_t>((coverage_->at(x, y) * opacity_ + 128) >> 8);
+  uint8_t* target = plane_.row(y) + begin;
   if (alpha_.data) {
-    blendRowPremultipliedWeighted(target, samples, alpha_.row(y_ - alphaY_) + (begin - alphaX_), weights_.data(), end - begin);
+    const uint8_t* alpha = alpha_.row(y - alphaY_) + (begin - alphaX_);
+    blendRowPremultipliedWeighted(target, under, samples, alpha, weights_.data(), end - begin);
   } else {
-    blendRowWeighted(target, samples, weights_.data(), end - begin);
+    blendRowWeighted(target, under, samples, weights_.data(), end - begin);
   }
 }
 
