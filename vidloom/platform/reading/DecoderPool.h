@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 #include "vidloom/platform/ffmpeg/AudioDecoder.h"
@@ -13,15 +14,18 @@
 
 namespace vidloom {
 
-/// Keeps decoders open between uses: those that are in use now and kIdleDecoders more; of the others the one that was used least
-/// recently goes first. Two tracks that read one file at the same time have a decoder each; a track that comes back to a file finds
-/// its old decoder where it is still open. Used by one thread at a time; cancel() comes from any.
+/// Keeps decoders open between uses: those that are in use now, which those of the round before still count as, and kIdleDecoders
+/// more; of the others the one that was used least recently goes first. Two tracks that read one file at the same time have a
+/// decoder each; a track that comes back to a file finds its old decoder where it is still open. Used by one thread at a time;
+/// cancel() comes from any.
 template <class Decoder>
 class DecoderPool {
  public:
   using Opener = std::function<std::unique_ptr<Decoder>(const std::shared_ptr<const MediaFile>& file, int trackIndex,
                                                         std::optional<NSError>* error)>;
-  static constexpr size_t kIdleDecoders = 2;
+  /// A video decoder holds some thirty megabytes of frames at 1080p and has to seek when it is used again, like a new one. One of
+  /// sound is small, and goes on where it is used for the next cut of the same file.
+  static constexpr size_t kIdleDecoders = std::is_same_v<Decoder, VideoDecoder> ? 0 : 2;
 
   explicit DecoderPool(Opener opener) : opener_(std::move(opener)) {}
 
