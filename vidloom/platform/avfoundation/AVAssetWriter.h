@@ -49,6 +49,7 @@ class AVAssetWriter : public std::enable_shared_from_this<AVAssetWriter> {
   /// Once, after startWriting and before any append: samples of time T play at T - startTime.
   void startSessionAtSourceTime(const CMTime& startTime);
   /// Returns at once; ends every input, completes the file in the background and calls the handler on some queue, also on failure.
+  /// Keeps the writer alive until then.
   void finishWritingWithCompletionHandler(std::function<void()> handler);
   /// Nothing in status completed or failed; else ends the writing (a running append finishes or fails), deletes what was made and
   /// returns with status cancelled.

@@ -37,4 +37,18 @@ void FrameTimes::refineTo(int64_t minimumScale) {
   multiply(factor);
 }
 
+void FrameTimes::limitSteps(int64_t maximumTicks) {
+  int64_t longest = ticks_.empty() ? 0 : end_ - ticks_.back();
+  for (size_t i = 1; i < ticks_.size(); ++i) longest = std::max(longest, ticks_[i] - ticks_[i - 1]);
+  if (longest <= maximumTicks) return;
+  const int64_t coarse = std::max<int64_t>(static_cast<int64_t>(static_cast<__int128>(scale_) * maximumTicks / longest), 1);
+  const auto rounded = [&](int64_t ticks) {
+    return static_cast<int64_t>((2 * static_cast<__int128>(ticks) * coarse + scale_) / (2 * scale_));
+  };
+  int64_t before = -1;
+  for (int64_t& ticks : ticks_) before = ticks = std::max(rounded(ticks), before + 1);
+  end_ = std::max(rounded(end_), before + 1);
+  scale_ = coarse;
+}
+
 }  // namespace vidloom

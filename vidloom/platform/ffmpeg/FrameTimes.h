@@ -12,7 +12,7 @@ namespace vidloom {
 /// timescale would be finer than maximumScale are further times rounded to it.
 class FrameTimes {
  public:
-  static constexpr int64_t maximumScale = 10'000'000;
+  static constexpr int64_t maximumScale = 1'000'000;
 
   /// Numeric times, each after the one before.
   void append(const CMTime& time);
@@ -20,6 +20,8 @@ class FrameTimes {
   void setEnd(const CMTime& time);
   /// Multiplies the timescale by a power of two until it is at least `minimumScale`.
   void refineTo(int64_t minimumScale);
+  /// Makes the timescale as coarse as it takes for no step to be longer than that many ticks. Times are rounded and still increase.
+  void limitSteps(int64_t maximumTicks);
 
   size_t count() const { return ticks_.size(); }
   int64_t scale() const { return scale_; }

@@ -114,6 +114,8 @@ MovieTrack MovieVideoTrack::finish() {
   // Fine enough that players which round to it see no jitter.
   constexpr int64_t minimumScale = 10'000;
   times_.refineTo(minimumScale);
+  // The file holds steps and the offsets over a few of them in 32 bits.
+  times_.limitSteps(std::numeric_limits<int32_t>::max() / 32);
   MovieTrack track;
   track.kind = MovieTrack::Kind::video;
   track.timescale = times_.scale();

@@ -24,7 +24,8 @@ struct VideoEncoderOptions {
 /// temporary file; finish() interleaves them with the index in front. Nothing exists at the destination before finish() succeeds:
 /// the data lies in unnamed or temporary files of the same folder, which go when the object goes. Each track is used by one thread
 /// at a time, the two tracks may be used by two threads at once. Errors have the published AVFoundation codes, name the
-/// destination and carry the cause under NSUnderlyingErrorKey (POSIX errors as NSPOSIXErrorDomain).
+/// destination and carry the cause under NSUnderlyingErrorKey (POSIX errors as NSPOSIXErrorDomain). A full disk, a quota and the
+/// process' file-size limit are AVErrorDiskFull; the limit's signal does not reach the process.
 class MovieWriter {
  public:
   struct VideoSettings {
