@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numeric>
 
 #include "tests/platform/ffmpeg/MovieMaker.h"
@@ -135,6 +137,37 @@ TEST(MovieWriterTest, PicturesKeepTimesThatFollowNoRateAndTheLastItsOwnDuration)
   EXPECT_DOUBLE_EQ(static_cast<double>(probe.number("v:0", "duration_ts")) / static_cast<double>(probe.timescale("v:0")),
                    2.002001 + 0.125);
   EXPECT_THAT(decodedFrameIndices(destination), ElementsAreArray(indicesUpTo(static_cast<int>(times.size()))));
+}
+
+TEST(MovieWriterTest, PicturesThatAreHeldLongKeepTheirPlacesBetweenFineTimes) {
+  struct Row {
+    CMTime fine;  ///< between the first pictures and between the last
+    int64_t heldSeconds;
+    double tolerance;
+  };
+  const std::vector<Row> table{{CMTimeMake(1, 30), 100'000, 0},
+                               {CMTimeMake(1001, 30000), 8000, 0},
+                               {CMTimeMake(1, 10'000'000), 20, 0},
+                               {CMTimeMake(1, 10'000'000), 430, 1e-4},
+                               {CMTimeMake(1, 10'000'000), 100'000, 1e-2}};
+  for (const Row& row : table) {
+    const auto destination = freshDestination();
+    const auto writer = created(destination, true, false);
+    ErrorKeeper error;
+    std::vector<double> expected;
+    for (int i = 0; i < 9; ++i) {
+      const CMTime steps = CMTimeMultiply(row.fine, i);
+      const CMTime time = i < 5 ? steps : CMTimeAdd(steps, CMTimeMake(row.heldSeconds, 1));
+      expected.push_back(CMTimeGetSeconds(time));
+      ASSERT_TRUE(writer->appendVideo(numberedPicture(i, movieWidth, movieHeight), time, row.fine, error.slot())) << error.text();
+    }
+    finished(*writer, destination);
+    const MovieProbe probe(destination);
+    const std::vector<double> times = probe.times("v:0");
+    EXPECT_THAT(times, ::testing::Pointwise(::testing::DoubleNear(row.tolerance + 1e-9), expected)) << row.heldSeconds;
+    EXPECT_EQ(std::adjacent_find(times.begin(), times.end(), std::greater_equal<>()), times.end()) << row.heldSeconds;
+    EXPECT_THAT(decodedFrameIndices(destination), ElementsAreArray(indicesUpTo(9)));
+  }
 }
 
 TEST(MovieWriterTest, TracksThatBeginLateBeginLateInTheFile) {

@@ -37,18 +37,28 @@ void FrameTimes::refineTo(int64_t minimumScale) {
   multiply(factor);
 }
 
-void FrameTimes::limitSteps(int64_t maximumTicks) {
-  int64_t longest = ticks_.empty() ? 0 : end_ - ticks_.back();
-  for (size_t i = 1; i < ticks_.size(); ++i) longest = std::max(longest, ticks_[i] - ticks_[i - 1]);
-  if (longest <= maximumTicks) return;
-  const int64_t coarse = std::max<int64_t>(static_cast<int64_t>(static_cast<__int128>(scale_) * maximumTicks / longest), 1);
-  const auto rounded = [&](int64_t ticks) {
-    return static_cast<int64_t>((2 * static_cast<__int128>(ticks) * coarse + scale_) / (2 * scale_));
-  };
+int64_t FrameTimes::commonDivisor() const {
+  int64_t divisor = std::gcd(scale_, end_);
+  for (const int64_t ticks : ticks_) divisor = std::gcd(divisor, ticks);
+  return divisor;
+}
+
+void FrameTimes::coarsen(int64_t spanTicks, int64_t maximumTicks) {
+  if (spanTicks <= maximumTicks) return;
+  const int64_t finest = std::max<int64_t>(static_cast<int64_t>(static_cast<__int128>(scale_) * maximumTicks / spanTicks), 1);
+  const int64_t exact = scale_ / commonDivisor();
+  roundTo(exact <= finest ? finest / exact * exact : finest);
+}
+
+void FrameTimes::roundTo(int64_t scale) {
   int64_t before = -1;
-  for (int64_t& ticks : ticks_) before = ticks = std::max(rounded(ticks), before + 1);
-  end_ = std::max(rounded(end_), before + 1);
-  scale_ = coarse;
+  const auto next = [&](int64_t ticks) {
+    const auto rounded = static_cast<int64_t>((2 * static_cast<__int128>(ticks) * scale + scale_) / (2 * scale_));
+    return before = std::max(rounded, before + 1);
+  };
+  for (int64_t& ticks : ticks_) ticks = next(ticks);
+  end_ = next(end_);
+  scale_ = scale;
 }
 
 }  // namespace vidloom

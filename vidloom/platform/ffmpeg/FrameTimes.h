@@ -12,7 +12,7 @@ namespace vidloom {
 /// timescale would be finer than maximumScale are further times rounded to it.
 class FrameTimes {
  public:
-  static constexpr int64_t maximumScale = 1'000'000;
+  static constexpr int64_t maximumScale = 10'000'000;
 
   /// Numeric times, each after the one before.
   void append(const CMTime& time);
@@ -20,8 +20,9 @@ class FrameTimes {
   void setEnd(const CMTime& time);
   /// Multiplies the timescale by a power of two until it is at least `minimumScale`.
   void refineTo(int64_t minimumScale);
-  /// Makes the timescale as coarse as it takes for no step to be longer than that many ticks. Times are rounded and still increase.
-  void limitSteps(int64_t maximumTicks);
+  /// Makes the timescale coarse enough for a span of `spanTicks` to be one of at most `maximumTicks` but for the rounding of its
+  /// ends. Every time stays exact where such a timescale exists; else times are rounded and still increase.
+  void coarsen(int64_t spanTicks, int64_t maximumTicks);
 
   size_t count() const { return ticks_.size(); }
   int64_t scale() const { return scale_; }
@@ -31,6 +32,9 @@ class FrameTimes {
  private:
   int64_t ticksOf(const CMTime& time);
   void multiply(int64_t factor);
+  /// By which all ticks and the timescale can be divided.
+  int64_t commonDivisor() const;
+  void roundTo(int64_t scale);
 
   int64_t scale_ = 1;
   std::vector<int64_t> ticks_;

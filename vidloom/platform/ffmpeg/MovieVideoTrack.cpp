@@ -12,6 +12,10 @@ constexpr CMTime usualFrameDuration{1, 30, kCMTimeFlags_Valid, 0};
 
 bool isPositive(const CMTime& time) { return CMTIME_IS_NUMERIC(time) && time.value > 0; }
 
+/// Readers take longer ones for damage: steps for negative ones, and offsets they then leave out altogether.
+constexpr int64_t maximumStepTicks = std::numeric_limits<int32_t>::max();
+constexpr int64_t maximumOffsetTicks = (1 << 28) - 1;
+
 /// A duration that can stand for a frame rate; what is not between 1 and 1000 pictures a second is no rate.
 CMTime rateDuration(const CMTime& duration) {
   const bool isRate = isPositive(duration) && duration.value <= duration.timescale && duration.value >= duration.timescale / 1000;
@@ -110,12 +114,37 @@ int64_t MovieVideoTrack::decodeTicks(int32_t decodeIndex) const {
   return times_[0] + decodeIndex * firstStep;
 }
 
-MovieTrack MovieVideoTrack::finish() {
+std::vector<MovieVideoTrack::Step> MovieVideoTrack::steps() const {
+  std::vector<Step> result;
+  result.reserve(packets_.size());
+  const int64_t mediaZero = decodeTicks(packets_.front().decodeIndex);
+  const int64_t presented = times_.end() - times_[0];
+  for (size_t i = 0; i < packets_.size(); ++i) {
+    const int64_t decoded = decodeTicks(packets_[i].decodeIndex);
+    const int64_t lastStep = std::max(times_.end() - times_[times_.count() - 1], presented - (decoded - mediaZero));
+    const int64_t step = i + 1 < packets_.size() ? decodeTicks(packets_[i + 1].decodeIndex) - decoded : lastStep;
+    result.push_back({step, times_[static_cast<size_t>(packets_[i].presentationIndex)] - decoded});
+  }
+  return result;
+}
+
+std::vector<MovieVideoTrack::Step> MovieVideoTrack::fittingSteps() {
   // Fine enough that players which round to it see no jitter.
   constexpr int64_t minimumScale = 10'000;
   times_.refineTo(minimumScale);
-  // The file holds steps and the offsets over a few of them in 32 bits.
-  times_.limitSteps(std::numeric_limits<int32_t>::max() / 32);
+  std::vector<Step> result = steps();
+  int64_t longest = 0;
+  for (const Step& step : result) {
+    longest = std::max({longest, step.durationTicks, step.presentationOffset * (maximumStepTicks / maximumOffsetTicks)});
+  }
+  if (longest <= maximumStepTicks) return result;
+  // Rounded times may lie further apart.
+  times_.coarsen(longest, maximumStepTicks / 2);
+  return steps();
+}
+
+MovieTrack MovieVideoTrack::finish() {
+  const std::vector<Step> fitting = fittingSteps();
   MovieTrack track;
   track.kind = MovieTrack::Kind::video;
   track.timescale = times_.scale();
@@ -125,16 +154,11 @@ MovieTrack MovieVideoTrack::finish() {
   track.spool = &spool_;
   track.delayTicks = times_[0];
   track.presentedTicks = times_.end() - times_[0];
-  const int64_t mediaZero = decodeTicks(packets_.front().decodeIndex);
-  track.mediaStartTicks = times_[0] - mediaZero;
+  track.mediaStartTicks = times_[0] - decodeTicks(packets_.front().decodeIndex);
   track.samples.reserve(packets_.size());
   for (size_t i = 0; i < packets_.size(); ++i) {
-    const Packet& packet = packets_[i];
-    const int64_t decoded = decodeTicks(packet.decodeIndex);
-    const int64_t lastStep = std::max(times_.end() - times_[times_.count() - 1], track.presentedTicks - (decoded - mediaZero));
-    const int64_t step = i + 1 < packets_.size() ? decodeTicks(packets_[i + 1].decodeIndex) - decoded : lastStep;
-    const int64_t offset = times_[static_cast<size_t>(packet.presentationIndex)] - decoded;
-    track.samples.push_back({packet.sizeBytes, static_cast<uint32_t>(step), static_cast<int32_t>(offset), packet.sync});
+    track.samples.push_back({packets_[i].sizeBytes, static_cast<uint32_t>(fitting[i].durationTicks),
+                             static_cast<int32_t>(fitting[i].presentationOffset), packets_[i].sync});
   }
   return track;
 }

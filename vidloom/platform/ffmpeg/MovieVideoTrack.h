@@ -38,12 +38,21 @@ class MovieVideoTrack {
     bool sync;
   };
 
+  struct Step {
+    int64_t durationTicks;
+    int64_t presentationOffset;
+  };
+
   std::optional<NSError> problemWith(const PictureRef& picture, const CMTime& time) const;
   std::optional<NSError> openEncoder(const PictureColor& color, const CMTime& duration);
   PictureRef prepared(const PictureRef& picture);
   int keep(const EncodedPacket& packet);
   CMTime endOfLast() const;
   int64_t decodeTicks(int32_t decodeIndex) const;
+  /// In decode order, as the file tells them.
+  std::vector<Step> steps() const;
+  /// The steps, in a timescale in which the file can hold them.
+  std::vector<Step> fittingSteps();
 
   MovieWriter::VideoSettings settings_;
   std::filesystem::path destination_;
