@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cmath>
+#include <tuple>
 
 #include "tests/platform/avfoundation/WriterTesting.h"
 #include "tests/support/MovieProbe.h"
@@ -78,12 +80,19 @@ TEST(AVAssetWriterTest, TakesOneInputOfEachKindWhoseSettingsFit) {
     bool fits;
   };
   NSDictionary noCodec = videoSettings(), noHeight = videoSettings(), noRate = audioSettings(), otherFormat = audioSettings();
+  NSDictionary otherCodec = videoSettings();
+  otherCodec[AVVideoCodecKey] = std::string("hvc1");
   noCodec.erase(AVVideoCodecKey);
   noHeight.erase(AVVideoHeightKey);
   noRate.erase(AVSampleRateKey);
   otherFormat[AVFormatIDKey] = static_cast<int64_t>(kAudioFormatLinearPCM);
   const std::vector<Row> table{{AVMediaTypeVideo, videoSettings(853.9, 481), true},
                                {AVMediaTypeVideo, videoSettings(0, 480), false},
+                               {AVMediaTypeVideo, videoSettings(2, 16384), true},
+                               {AVMediaTypeVideo, videoSettings(1, 480), false},
+                               {AVMediaTypeVideo, videoSettings(640, 16385), false},
+                               {AVMediaTypeVideo, videoSettings(640, 1e300), false},
+                               {AVMediaTypeVideo, otherCodec, false},
                                {AVMediaTypeVideo, noCodec, false},
                                {AVMediaTypeVideo, noHeight, false},
                                {AVMediaTypeVideo, audioSettings(), false},
@@ -102,6 +111,41 @@ TEST(AVAssetWriterTest, TakesOneInputOfEachKindWhoseSettingsFit) {
   EXPECT_FALSE(writerOf(freshMovie(), {})->canAddInput(input)) << "belongs to another writer";
   ASSERT_TRUE(writer->startWriting());
   EXPECT_FALSE(writer->canAddInput(audioInput()));
+}
+
+TEST(AVAssetWriterTest, TakesTheSoundThatCanBeEncodedAndWritesIt) {
+  struct Row {
+    double rate;
+    int64_t channels;
+    double bitRate;
+    bool fits;
+  };
+  std::vector<Row> table{{0, 2, 128'000, false},       {-44100, 2, 128'000, false}, {44101, 2, 128'000, false},
+                         {44100.5, 2, 128'000, false}, {48, 2, 128'000, false},     {192'000, 2, 128'000, false},
+                         {44100, 0, 128'000, false},   {44100, 7, 128'000, false},  {44100, 9, 128'000, false},
+                         {44100, 2, 3999, false},      {44100, 2, 4000, true},      {44100, 2, 1'000'000, true},
+                         {44100, 2, 1'000'001, false}, {44100, 2, 1e300, false},    {44100, 2, std::nan(""), false}};
+  for (const double rate : {7350, 8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000}) {
+    table.push_back({rate, 2, 64'000, true});
+  }
+  for (const int64_t channels : {1, 3, 4, 5, 6, 8}) table.push_back({48000, channels, 256'000, true});
+  for (const Row& row : table) {
+    NSDictionary settings = audioSettings();
+    settings[AVSampleRateKey] = row.rate;
+    settings[AVNumberOfChannelsKey] = row.channels;
+    settings[AVEncoderBitRateKey] = row.bitRate;
+    const auto input = AVAssetWriterInput::initWithMediaType(AVMediaTypeAudio, settings);
+    const auto movie = freshMovie();
+    const auto words = ::testing::PrintToString(std::make_tuple(row.rate, row.channels, row.bitRate));
+    EXPECT_EQ(writerOf(movie, {})->canAddInput(input), row.fits) << words;
+    if (!row.fits) continue;
+    const auto writer = startedWriter(movie, {input});
+    ASSERT_TRUE(input->appendSampleBuffer(soundSample(sine(440, 4410, 44100), 0, 4410, 44100))) << words;
+    finishAndWait(writer);
+    EXPECT_EQ(writer->status(), AVAssetWriterStatusCompleted) << words;
+    EXPECT_EQ(MovieProbe(movie).number("a:0", "channels"), row.channels) << words;
+    EXPECT_EQ(MovieProbe(movie).number("a:0", "sample_rate"), static_cast<int64_t>(row.rate)) << words;
+  }
 }
 
 TEST(AVAssetWriterTest, AnInputThatBelongsToNoWriterIsReadyAndTakesNothing) {

@@ -38,6 +38,9 @@ class AVAssetWriter : public std::enable_shared_from_this<AVAssetWriter> {
   std::optional<NSError> error() const;  ///< set in status failed only
   const std::filesystem::path& outputURL() const { return url_; }
 
+  /// Before startWriting, and once for each media type. False for settings that cannot be written: video is H.264 with sides of 2
+  /// to 16384 pixels; sound is AAC with 1 to 6 or 8 channels, 4000 to 1000000 bits a second and one of the sample rates 7350, 8000,
+  /// 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000, 64000, 88200 and 96000.
   bool canAddInput(const std::shared_ptr<AVAssetWriterInput>& input) const;
   void addInput(const std::shared_ptr<AVAssetWriterInput>& input);
   std::vector<std::shared_ptr<AVAssetWriterInput>> inputs() const;

@@ -1,5 +1,6 @@
 #include "vidloom/platform/avfoundation/AVAssetWriterSettings.h"
 
+#include <cmath>
 #include <limits>
 #include <string>
 
@@ -31,7 +32,9 @@ std::optional<MovieWriter::VideoSettings> AVAssetWriterSettings::video(const NSD
   const auto width = positiveInt(outputSettings, AVVideoWidthKey);
   const auto height = positiveInt(outputSettings, AVVideoHeightKey);
   if (!width || !height || textOf(outputSettings, AVVideoCodecKey) != AVVideoCodecTypeH264) return std::nullopt;
-  return MovieWriter::VideoSettings{*width, *height, {}};
+  const MovieWriter::VideoSettings settings{*width, *height, {}};
+  if (!MovieWriter::problemWith(settings, std::nullopt).empty()) return std::nullopt;
+  return settings;
 }
 
 std::optional<MovieWriter::AudioSettings> AVAssetWriterSettings::audio(const NSDictionary& outputSettings) {
@@ -42,7 +45,11 @@ std::optional<MovieWriter::AudioSettings> AVAssetWriterSettings::audio(const NSD
   if (!numberValue(outputSettings, AVSampleRateKey, rate) || !(rate > 0)) return std::nullopt;
   settings.sampleRate = rate;
   settings.channels = *channels;
-  if (numberValue(outputSettings, AVEncoderBitRateKey, bitRate)) settings.bitRate = static_cast<int64_t>(bitRate);
+  if (numberValue(outputSettings, AVEncoderBitRateKey, bitRate)) {
+    if (!(std::fabs(bitRate) <= std::numeric_limits<int>::max())) return std::nullopt;
+    settings.bitRate = static_cast<int64_t>(bitRate);
+  }
+  if (!MovieWriter::problemWith(std::nullopt, settings).empty()) return std::nullopt;
   return settings;
 }
 

@@ -10,9 +10,10 @@ namespace vidloom {
 
 class AVAssetWriterSettings {
  public:
-  /// H.264 with width and height, fractions cut off; nullopt for anything else.
+  /// H.264 with width and height, fractions cut off; nullopt for anything else, and for sizes that cannot be written.
   static std::optional<MovieWriter::VideoSettings> video(const NSDictionary& outputSettings);
-  /// AAC with rate and channels, the bit rate 128000 where it is not given; nullopt for anything else.
+  /// AAC with rate and channels, the bit rate 128000 where it is not given; nullopt for anything else, and for rates, channels
+  /// and bit rates that cannot be written.
   static std::optional<MovieWriter::AudioSettings> audio(const NSDictionary& outputSettings);
 };
 

@@ -9,10 +9,7 @@
 
 namespace vidloom {
 
-namespace {
-
-std::string problemWith(const std::optional<MovieWriter::VideoSettings>& video,
-                        const std::optional<MovieWriter::AudioSettings>& audio) {
+std::string MovieWriter::problemWith(const std::optional<VideoSettings>& video, const std::optional<AudioSettings>& audio) {
   constexpr int minimumSide = 2, maximumSide = 16384;
   const auto fits = [](int side) { return side >= minimumSide && side <= maximumSide; };
   if (!video && !audio) return "there is neither video nor sound";
@@ -22,8 +19,6 @@ std::string problemWith(const std::optional<MovieWriter::VideoSettings>& video,
   if (const std::string why = video ? H264Encoder::problemWith(video->encoder) : std::string(); !why.empty()) return why;
   return audio ? AacEncoder::problemWith(*audio) : std::string();
 }
-
-}  // namespace
 
 std::unique_ptr<MovieWriter> MovieWriter::create(const std::filesystem::path& destination,
                                                  const std::optional<VideoSettings>& video,

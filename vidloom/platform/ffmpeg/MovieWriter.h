@@ -38,6 +38,9 @@ class MovieWriter {
     int64_t bitRate = 128000;
   };
 
+  /// Why these settings cannot be written, whatever the destination; empty where they can. Sides of 2 to 16384; the sample rates of
+  /// AAC from 7350 to 96000 Hz; 1 to 6 or 8 channels; bit rates of 4000 to 1000000.
+  static std::string problemWith(const std::optional<VideoSettings>& video, const std::optional<AudioSettings>& audio);
   /// Opens the temporary files in the destination's folder. The destination itself is neither created nor touched.
   static std::unique_ptr<MovieWriter> create(const std::filesystem::path& destination, const std::optional<VideoSettings>& video,
                                              const std::optional<AudioSettings>& audio, std::optional<NSError>* error);
