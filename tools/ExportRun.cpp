@@ -46,6 +46,7 @@ class ExportRun : public std::enable_shared_from_this<ExportRun> {
   void didSetUp();
   void listen();
   void didComplete();
+  void didCancel();
 
   void end(ExitCode code, const std::string& message);
   void endWithError(const NSError& error);
@@ -172,13 +173,19 @@ void ExportRun::listen() {
     if (dispatch_queue_is_current(setUpQueue)) return;
     onMain([&error](ExportRun& self) { self.endWithError(error); });
   };
-  listener_->renderDidCancelRendering = [onMain] { onMain([](ExportRun& self) { self.end(ExitCode::cancelled, "cancelled"); }); };
+  listener_->renderDidCancelRendering = [onMain] { onMain([](ExportRun& self) { self.didCancel(); }); };
   render_->setDelegate(listener_);
 }
 
 void ExportRun::didSetUp() {
   isSettingUp_ = false;
-  if (const auto error = render_->setUpError()) endWithError(*error);
+  if (const auto error = render_->setUpError()) return endWithError(*error);
+  // An exporter that is cancelled before it has begun to set up begins all the same.
+  if (isCancelling_ && !outcome_) render_->cancel();
+}
+
+void ExportRun::didCancel() {
+  if (!isSettingUp_) end(ExitCode::cancelled, "cancelled");
 }
 
 void ExportRun::didComplete() {
