@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "hostkit/ProjectFile.h"
 #include "hostkit/ProjectTimeline.h"
@@ -52,6 +53,8 @@ class ExportRun : public std::enable_shared_from_this<ExportRun> {
   void endWithError(const NSError& error);
   void tick();
   void followCancellation();
+  /// The movie was completed although a signal had come: true, and it is gone.
+  bool removeInterruptedMovie() const;
   [[noreturn]] void leaveAtOnce();
   ExportPosition position() const;
   bool isStalled();
@@ -190,6 +193,7 @@ void ExportRun::didCancel() {
 
 void ExportRun::didComplete() {
   const auto writer = render_->writer();
+  if (removeInterruptedMovie()) return end(ExitCode::cancelled, "cancelled");
   if (writer != nullptr && writer->status() == AVAssetWriterStatusCompleted) return end(ExitCode::done, "");
   if (isCancelling_) return end(ExitCode::cancelled, "cancelled");
   const auto error = writer != nullptr ? writer->error() : std::nullopt;
@@ -235,7 +239,17 @@ void ExportRun::followCancellation() {
   if ((!outcome_ || isSettingUp_) && (isLate || Interruption::count() > 1)) leaveAtOnce();
 }
 
+/// A signal may come while the movie is getting its name, or between two looks at the count.
+bool ExportRun::removeInterruptedMovie() const {
+  const auto writer = render_ != nullptr ? render_->writer() : nullptr;
+  if (Interruption::count() == 0 || writer == nullptr || writer->status() != AVAssetWriterStatusCompleted) return false;
+  std::error_code failure;
+  std::filesystem::remove(options_.output, failure);
+  return !failure;
+}
+
 void ExportRun::leaveAtOnce() {
+  removeInterruptedMovie();
   removeTemporaryFilesOf(options_.output);
   Console::message("cancelled");
   std::_Exit(static_cast<int>(ExitCode::cancelled));
