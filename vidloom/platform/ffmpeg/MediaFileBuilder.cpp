@@ -22,6 +22,7 @@ namespace vidloom {
 namespace {
 
 constexpr int kMostInspectedPackets = 2000, kMostErrorsInARow = 100;
+constexpr int64_t kLargestWholeScanBytes = int64_t{192} << 20, kHeadBytes = int64_t{16} << 20, kTailBytes = int64_t{32} << 20;
 constexpr double kWidestPixel = 32;
 constexpr int kCoverStreams = 32;  // that a movie may have beside its tracks
 
@@ -128,17 +129,37 @@ void MediaFileBuilder::prepareInspection() {
   }
 }
 
-/// Reads packets until the streams are understood, or all of them where the times have to come from the packets.
+/// Reads packets until the streams are understood, or all of them where the times have to come from the packets. Of very large
+/// files the middle is left out, unless a track turns out to end there.
 bool MediaFileBuilder::readPackets() {
   isScanned_ = !movie_ || movie_->isFragmented();
   prepareInspection();
+  const bool seeksWell = file_->container() == "matroska,webm" || file_->container() == "mpegts" || file_->container() == "avi" ||
+                         file_->container() == "wav";
+  for (bool mayJump = seeksWell && bytes_->size() > kLargestWholeScanBytes;; mayJump = false) {
+    PacketScan scan(demuxer_->context(), scans_);
+    if (!readRun(scan, mayJump)) return false;
+    scan.finish();
+    if (scan.sawAllAtTheEnd()) return true;
+    scans_.clear();
+    demuxer_ = file_->openDemuxer(error_);
+    if (!demuxer_) return false;
+    inspectors_.clear();
+    prepareInspection();
+  }
+}
+
+bool MediaFileBuilder::readRun(PacketScan& scan, bool mayJump) {
   AvPacketPointer packet(av_packet_alloc());
-  PacketScan scan(demuxer_->context(), scans_);
   int errorsInARow = 0;
   for (int count = 0; packet && errorsInARow < kMostErrorsInARow; ++count) {
     const bool anyLeft =
         std::any_of(inspectors_.begin(), inspectors_.end(), [](const auto& item) { return !item.second.isDone(); });
     if (!isScanned_ && (!anyLeft || count >= kMostInspectedPackets)) break;
+    if (mayJump && avio_tell(demuxer_->context().pb) > kHeadBytes) {
+      mayJump = false;
+      if (jumpToTail()) scan.jump();
+    }
     const int result = demuxer_->read(*packet);
     if (result == AVERROR_EOF) break;
     errorsInARow = result < 0 ? errorsInARow + 1 : 0;
@@ -149,8 +170,17 @@ bool MediaFileBuilder::readPackets() {
     }
     av_packet_unref(packet.get());
   }
-  scan.finish();
   return true;
+}
+
+bool MediaFileBuilder::jumpToTail() {
+  AVFormatContext& context = demuxer_->context();
+  const int64_t size = bytes_->size();
+  if (file_->container() == "mpegts") return av_seek_frame(&context, -1, size - kTailBytes, AVSEEK_FLAG_BYTE) >= 0;
+  if (context.duration <= 0) return false;
+  const int64_t start = context.start_time == AV_NOPTS_VALUE ? 0 : context.start_time;
+  const int64_t target = start + av_rescale(context.duration, size - kTailBytes, size);
+  return av_seek_frame(&context, -1, target, AVSEEK_FLAG_BACKWARD) >= 0;
 }
 
 void MediaFileBuilder::inspect(const AVPacket& packet, int count) {

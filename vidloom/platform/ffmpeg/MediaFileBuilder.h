@@ -26,6 +26,8 @@ class MediaFileBuilder {
   void prepareInspection();
   bool needsInspection(int streamIndex) const;
   bool readPackets();
+  bool readRun(PacketScan& scan, bool mayJump);
+  bool jumpToTail();
   void inspect(const AVPacket& packet, int count);
   bool describeStreams();
   bool checkLimits(const AVStream& stream, const StreamFacts& facts);

@@ -44,12 +44,23 @@ class PacketScan::Stream {
     times.endPts = std::max(times.endPts, end);
     if (previousPts_ && pts > *previousPts_) step_ = pts - *previousPts_;
     if (result_.times.sampleCount == 1) result_.firstStep = step_;
+    if (!result_.hasJumped) {
+      ++result_.headCount;
+      result_.headTicks = pts - result_.times.firstPts;
+    }
     previousPts_ = pts;
     if (stream_.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) addPicture(packet, pts);
     if (stream_.codecpar->codec_type == AVMEDIA_TYPE_AUDIO && times.sampleCount % kPacketsPerMark == 0 && packet.pos >= 0) {
       result_.marks.push_back({pts, packet.pos});
     }
     ++times.sampleCount;
+  }
+
+  void jump() {
+    finishDeltas();
+    hasPrevious_ = false;
+    previousPts_.reset();
+    result_.hasJumped = true;
   }
 
   void finish() {
@@ -61,6 +72,7 @@ class PacketScan::Stream {
       times.endPts += result_.lastDuration;
     }
     times.durationTicks = times.endPts - times.firstPts;
+    if (result_.hasJumped) times.keyFrames.clear();
     times.allAreKeyFrames = static_cast<int64_t>(times.keyFrames.size()) == times.sampleCount;
     std::stable_sort(times.keyFrames.begin(), times.keyFrames.end(),
                      [](const KeyFrame& a, const KeyFrame& b) { return a.pts < b.pts; });
@@ -150,6 +162,16 @@ bool PacketScan::add(const AVPacket& packet, int64_t maxSamples) {
 }
 
 bool PacketScan::isContainer(const char* name) const { return std::string_view(context_.iformat->name) == name; }
+
+bool PacketScan::sawAllAtTheEnd() const {
+  return std::all_of(results_.begin(), results_.end(), [](const auto& item) {
+    return !item.second.hasJumped || item.second.times.sampleCount > item.second.headCount;
+  });
+}
+
+void PacketScan::jump() {
+  for (auto& [index, stream] : streams_) stream.jump();
+}
 
 void PacketScan::finish() {
   for (auto& [index, stream] : streams_) stream.finish();

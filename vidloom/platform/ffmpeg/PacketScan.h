@@ -20,8 +20,10 @@ struct ScannedStream {
   int64_t lastDuration = 0;
   int64_t firstStep = 0;  ///< from the first time to the second
   int64_t bytes = 0, firstBytes = 0;
-  int skipFrames = 0;     ///< samples to leave out at the very beginning
-  int discardFrames = 0;  ///< samples to leave out at the very end
+  int64_t headCount = 0, headTicks = 0;  ///< packets before the first jump, and the time from the first one to the last one
+  bool hasJumped = false;                ///< the middle was left out: counts and key frames are not those of the whole
+  int skipFrames = 0;                    ///< samples to leave out at the very beginning
+  int discardFrames = 0;                 ///< samples to leave out at the very end
   std::vector<SoundMark> marks;
 };
 
@@ -32,6 +34,10 @@ class PacketScan {
   ~PacketScan();
   /// False where a stream has more than maxSamples packets.
   bool add(const AVPacket& packet, int64_t maxSamples);
+  /// Between packets that do not follow each other: the middle of the file is left out.
+  void jump();
+  /// Whether every stream went on after a jump; true without one.
+  bool sawAllAtTheEnd() const;
   /// After the last packet: fills in what only the whole tells.
   void finish();
 

@@ -35,10 +35,9 @@ int skippedFrames(const ScannedTrack& item) {
 
 /// Whether all packets hold `frames` samples and follow each other, as far as the time stamps can tell.
 bool isEven(const ScannedTrack& item, int64_t frames, int64_t oneTick) {
-  const SampleTimes& times = item.scan->times;
-  if (frames <= 0 || times.sampleCount < 2) return false;
-  const int64_t stamped = toSamples(times.endPts - item.scan->lastDuration, item) - toSamples(times.firstPts, item);
-  return std::llabs(stamped - (times.sampleCount - 1) * frames) <= 2 * oneTick;
+  const ScannedStream& scan = *item.scan;
+  if (frames <= 0 || scan.headCount < 2) return false;
+  return std::llabs(toSamples(scan.headTicks, item) - (scan.headCount - 1) * frames) <= 2 * oneTick;
 }
 
 bool alwaysFillsPackets(int codec) {
@@ -51,9 +50,9 @@ int64_t soundLength(const ScannedTrack& item, int64_t oneTick) {
   const ScannedStream& scan = *item.scan;
   const AVCodecParameters& codec = *item.source->parameters;
   const int frameBits = av_get_exact_bits_per_sample(codec.codec_id) * codec.ch_layout.nb_channels;
-  if (frameBits > 0 && oneTick > 1 && item.source->soundPacketFrames > 0) return scan.bytes * 8 / frameBits;
+  if (frameBits > 0 && oneTick > 1 && item.source->soundPacketFrames > 0 && !scan.hasJumped) return scan.bytes * 8 / frameBits;
   const int64_t stamped = toSamples(scan.times.endPts, item) - toSamples(scan.times.firstPts, item);
-  if (oneTick <= 1 || item.source->soundPacketFrames <= 0) return stamped;
+  if (scan.hasJumped || oneTick <= 1 || item.source->soundPacketFrames <= 0) return stamped;
   if (alwaysFillsPackets(codec.codec_id)) return scan.times.sampleCount * item.source->soundPacketFrames;
   return (scan.times.sampleCount - 1) * item.source->soundPacketFrames + toSamples(scan.lastDuration, item);
 }

@@ -94,7 +94,8 @@ int64_t SoundDecoder::snapped(int64_t sample) const {
   return std::llabs(nearest - sample) <= tick ? nearest : sample;
 }
 
-void SoundDecoder::reset() {
+void SoundDecoder::reset(bool atBeginning) {
+  fromBeginning_ = atBeginning;
   avcodec_flush_buffers(context_.get());
   nextSample_.reset();
   drained_ = false;
@@ -102,13 +103,13 @@ void SoundDecoder::reset() {
 }
 
 void SoundDecoder::restartAtBeginning() {
-  reset();
+  reset(true);
   packets_->seekToStart();
 }
 
 SoundDecoder::Status SoundDecoder::restartBefore(int64_t sample, SoundBlock& block) {
   for (int64_t back = prerollSamples_ + rate_ / 100; sample - back > firstSample_; back *= 4) {
-    reset();
+    reset(false);
     quietBefore_ = sample;
     if (!packets_->seekBefore(ticksAt(sample - back))) break;
     const Status status = next(block);
@@ -136,14 +137,15 @@ SoundDecoder::Status SoundDecoder::next(SoundBlock& block) {
       if (drained_ && ++errorsAtEnd_ > kMostReports) return Status::end;
       continue;
     }
-    if (block.frame->nb_samples <= 0) continue;
-    place(block);
+    if (block.frame->nb_samples <= 0 || !place(block)) continue;
     return Status::block;
   }
 }
 
-void SoundDecoder::place(SoundBlock& block) {
+/// False where nothing tells where the block belongs: after a jump into the middle, before the first time stamp.
+bool SoundDecoder::place(SoundBlock& block) {
   const AVFrame& frame = *block.frame;
+  if (frame.pts == AV_NOPTS_VALUE && !nextSample_ && !fromBeginning_) return false;
   int64_t first = nextSample_.value_or(firstSample_);
   if (frame.pts != AV_NOPTS_VALUE) {
     const int64_t stamped = snapped(sampleAt(frame.pts));
@@ -154,6 +156,7 @@ void SoundDecoder::place(SoundBlock& block) {
   block.first = first;
   block.end = first + frame.nb_samples;
   nextSample_ = block.end;
+  return true;
 }
 
 SoundDecoder::Status SoundDecoder::sendPacket() {
@@ -179,6 +182,7 @@ SoundDecoder::Status SoundDecoder::sendPacket() {
 /// What was lost is silence: the next block is placed by its time stamp alone.
 void SoundDecoder::report(const char* what, int avError) {
   nextSample_.reset();
+  fromBeginning_ = false;
   if (sampleAt(packetTicks_) < quietBefore_ || ++reports_ > kMostReports) return;
   const char* more = reports_ == kMostReports ? " (further damage to this track is not logged)" : "";
   NSLog(NSStringWithFormat("%s: %s at %.3f s: %s%s", packets_->file().logName().c_str(), what, packets_->seconds(packetTicks_),

@@ -34,10 +34,10 @@ class SoundDecoder {
 
  private:
   SoundDecoder(std::unique_ptr<PacketSource> packets, AvCodecContextPointer context);
-  void reset();
+  void reset(bool atBeginning);
   void restartAtBeginning();
   Status sendPacket();
-  void place(SoundBlock& block);
+  bool place(SoundBlock& block);
   int64_t sampleAt(int64_t ticks) const;
   int64_t snapped(int64_t sample) const;
   int64_t ticksAt(int64_t sample) const;
@@ -54,6 +54,7 @@ class SoundDecoder {
   std::optional<int64_t> nextSample_;  ///< where the next block begins if the stamps agree
   int64_t packetTicks_ = 0;
   bool drained_ = false;
+  bool fromBeginning_ = true;  ///< what comes next without a time stamp is the track's very first sound
   int reports_ = 0, errorsAtEnd_ = 0;
   int64_t quietBefore_;  ///< damage before this sample is not logged: decoding begins in the middle of something
 };

@@ -1,0 +1,64 @@
+// Opens whatever bytes it is given and reads a little of every track.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "vidloom/platform/ffmpeg/AudioDecoder.h"
+#include "vidloom/platform/ffmpeg/VideoDecoder.h"
+#include "vidloom/platform/foundation/NSLog.h"
+
+namespace vidloom {
+namespace {
+
+class MemoryFile {
+ public:
+  MemoryFile(const uint8_t* bytes, size_t size) : descriptor_(memfd_create("fuzz", MFD_CLOEXEC)) {
+    for (size_t done = 0; done < size;) {
+      const ssize_t count = write(descriptor_, bytes + done, size - done);
+      if (count <= 0) break;
+      done += static_cast<size_t>(count);
+    }
+  }
+  ~MemoryFile() { close(descriptor_); }
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+  std::filesystem::path path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+ private:
+  int descriptor_;
+};
+
+void readTrack(const std::shared_ptr<const MediaFile>& file, int index) {
+  const MediaTrack& track = file->tracks()[static_cast<size_t>(index)];
+  if (track.kind == MediaKind::video) {
+    const auto decoder = VideoDecoder::open(file, index, {1}, nullptr);
+    if (!decoder || track.edits.empty()) return;
+    const CMTime start = track.edits.back().mediaStart;
+    decoder->frameAt(CMTimeAdd(start, track.edits.back().target.duration), nullptr);
+    decoder->frameAt(start, nullptr);
+  }
+  if (track.kind == MediaKind::audio) {
+    const auto decoder = AudioDecoder::open(file, index, nullptr);
+    std::vector<float> samples(2 * 2048);
+    if (decoder) decoder->read(0, 2048, samples.data());
+    if (decoder) decoder->read(30000, 2048, samples.data());
+  }
+}
+
+}  // namespace
+}  // namespace vidloom
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+  static const bool isQuiet = (vidloom::NSLogSetSink([](const std::string&) {}), true);
+  (void)isQuiet;
+  const vidloom::MemoryFile memory(bytes, size);
+  vidloom::MediaLimits limits;
+  limits.maxPixels = 1 << 20;
+  limits.maxSamplesPerTrack = 10000;
+  const auto file = vidloom::MediaFile::open(memory.path(), limits, nullptr);
+  if (!file) return 0;
+  for (size_t i = 0; i < file->tracks().size(); ++i) vidloom::readTrack(file, static_cast<int>(i));
+  return 0;
+}

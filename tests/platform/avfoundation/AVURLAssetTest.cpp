@@ -1,0 +1,94 @@
+#include "vidloom/platform/avfoundation/AVURLAsset.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/Fixtures.h"
+#include "vidloom/platform/avfoundation/AVError.h"
+#include "vidloom/platform/dispatch/dispatch.h"
+
+namespace vidloom {
+namespace {
+
+using testing::ClipSpec;
+using testing::makeClip;
+
+std::filesystem::path clipWithSound() {
+  ClipSpec spec;
+  spec.bFrames = 2;
+  spec.sound = testing::sine(440, 60000, 48000);
+  return makeClip(spec);
+}
+
+TEST(AVURLAsset, OffersTheFilesTracks) {
+  const auto asset = AVAsset::assetWithURL(clipWithSound());
+  ASSERT_EQ(asset->tracks().size(), 2u);
+  const auto pictures = asset->tracksWithMediaType(AVMediaTypeVideo), sound = asset->tracksWithMediaType(AVMediaTypeAudio);
+  ASSERT_EQ(pictures.size(), 1u);
+  ASSERT_EQ(sound.size(), 1u);
+  EXPECT_TRUE(asset->tracksWithMediaType("text").empty());
+  EXPECT_EQ(pictures[0]->naturalSize(), CGSizeMake(320, 180));
+  EXPECT_EQ(sound[0]->naturalSize(), CGSizeZero);
+  EXPECT_FLOAT_EQ(pictures[0]->nominalFrameRate(), 30);
+  EXPECT_EQ(pictures[0]->naturalTimeScale(), 15360);
+  EXPECT_EQ(CMTimeCompare(pictures[0]->timeRange().duration, CMTimeMake(1, 1)), 0);
+  EXPECT_EQ(CMTimeCompare(asset->duration(), CMTimeMake(5, 4)), 0);
+  EXPECT_EQ(asset->naturalSize(), CGSizeMake(320, 180));
+  EXPECT_EQ(asset->trackWithTrackID(sound[0]->trackID()), sound[0]);
+  EXPECT_EQ(asset->trackWithTrackID(99), nullptr);
+  EXPECT_EQ(pictures[0]->asset(), asset);
+}
+
+TEST(AVURLAsset, ATrackOutlivesItsAsset) {
+  auto asset = AVAsset::assetWithURL(clipWithSound());
+  const auto track = asset->tracksWithMediaType(AVMediaTypeVideo)[0];
+  asset.reset();
+  EXPECT_EQ(track->asset(), nullptr);
+  EXPECT_EQ(track->naturalSize(), CGSizeMake(320, 180));
+  ASSERT_EQ(track->mediaSegments().size(), 1u);
+  EXPECT_FALSE(track->mediaSegments()[0].isEmpty());
+}
+
+TEST(AVURLAsset, AMissingFileShowsAsEmptyAndKeepsTheReason) {
+  const auto asset = AVURLAsset::initWithURL("/nowhere/lost.mp4");
+  EXPECT_TRUE(asset->tracks().empty());
+  EXPECT_EQ(CMTimeCompare(asset->duration(), kCMTimeZero), 0);
+  std::optional<NSError> error;
+  EXPECT_EQ(asset->statusOfValueForKey("tracks", &error), AVKeyValueStatusFailed);
+  ASSERT_TRUE(error);
+  EXPECT_NE(error->localizedDescription().find("/nowhere/lost.mp4"), std::string::npos);
+}
+
+TEST(AVURLAsset, EnabledTracksComeFirst) {
+  ClipSpec spec;
+  spec.frameCount = 5;
+  spec.videoOptions = {"-map", "0:v", "-map", "0:v", "-c:v:0", "libx264", "-c:v:1", "libx264"};
+  const auto asset = AVAsset::assetWithURL(testing::withTrackDisabled(makeClip(spec), "vide"));
+  const auto tracks = asset->tracksWithMediaType(AVMediaTypeVideo);
+  ASSERT_EQ(tracks.size(), 2u);
+  EXPECT_TRUE(tracks[0]->isEnabled());
+  EXPECT_FALSE(tracks[1]->isEnabled());
+  EXPECT_EQ(asset->tracks()[0], tracks[1]);
+}
+
+TEST(AVURLAsset, SegmentsFollowTheEdits) {
+  ClipSpec spec;
+  const auto asset = AVAsset::assetWithURL(testing::withEdits(makeClip(spec), "vide", {{120000, -1}, {120000, 7680}}));
+  const auto segments = asset->tracksWithMediaType(AVMediaTypeVideo)[0]->mediaSegments();
+  ASSERT_EQ(segments.size(), 2u);
+  EXPECT_TRUE(segments[0].isEmpty());
+  EXPECT_EQ(CMTimeCompare(segments[1].target.start, CMTimeMake(1, 2)), 0);
+  EXPECT_EQ(CMTimeCompare(segments[1].media.start, CMTimeMake(1, 2)), 0);
+  EXPECT_EQ(CMTimeCompare(segments[1].media.duration, segments[1].target.duration), 0);
+}
+
+TEST(AVURLAsset, TellsWhenItsValuesAreLoaded) {
+  for (const std::filesystem::path& path : {clipWithSound(), std::filesystem::path("/nowhere/lost.mp4")}) {
+    const auto asset = AVAsset::assetWithURL(path);
+    const auto called = dispatch_semaphore_create(0);
+    asset->loadValuesAsynchronouslyForKeys({"tracks", "duration"}, [called] { dispatch_semaphore_signal(called); });
+    EXPECT_EQ(dispatch_semaphore_wait(called, dispatch_time(DISPATCH_TIME_NOW, 10'000'000'000)), 0);
+  }
+}
+
+}  // namespace
+}  // namespace vidloom

@@ -1,0 +1,238 @@
+#include "vidloom/platform/ffmpeg/AudioDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "tests/support/Fixtures.h"
+
+namespace vidloom {
+namespace {
+
+using testing::ClipSpec;
+using testing::makeClip;
+using testing::SoundSamples;
+
+constexpr int kRate = 48000;
+
+struct OpenedSound {
+  std::shared_ptr<const MediaFile> file;
+  int track = 0;
+  const MediaTrack& info() const { return file->tracks()[static_cast<size_t>(track)]; }
+};
+
+OpenedSound openSound(const std::filesystem::path& path) {
+  std::optional<NSError> error;
+  OpenedSound sound{MediaFile::open(path, {}, &error)};
+  if (!sound.file) throw std::runtime_error(error->localizedDescription());
+  while (sound.info().kind != MediaKind::audio) ++sound.track;
+  return sound;
+}
+
+std::unique_ptr<AudioDecoder> decoderFor(const OpenedSound& sound) {
+  std::optional<NSError> error;
+  auto decoder = AudioDecoder::open(sound.file, sound.track, &error);
+  if (!decoder) throw std::runtime_error(error->localizedDescription());
+  return decoder;
+}
+
+int64_t samplesOf(const CMTime& time, double rate) { return std::llround(CMTimeGetSeconds(time) * rate); }
+
+/// What the track shows from asset time zero on.
+SoundSamples shownSound(const OpenedSound& sound) {
+  auto decoder = decoderFor(sound);
+  SoundSamples shown;
+  for (const MediaEdit& edit : sound.info().edits) {
+    const int64_t count = samplesOf(edit.target.duration, decoder->sampleRate());
+    SoundSamples part(static_cast<size_t>(count) * 2);
+    if (!edit.isEmpty()) {
+      decoder->read(samplesOf(edit.mediaStart, decoder->sampleRate()), static_cast<int>(count), part.data());
+    }
+    shown.insert(shown.end(), part.begin(), part.end());
+  }
+  return shown;
+}
+
+ClipSpec soundClip(const char* codec, const char* container, SoundSamples sound, int frames = 0) {
+  ClipSpec spec;
+  spec.frameCount = frames;
+  spec.audioCodec = codec;
+  spec.container = container;
+  spec.sound = std::move(sound);
+  spec.audioOptions = {"-b:a", "256k"};
+  return spec;
+}
+
+struct Container {
+  const char* codec;
+  const char* name;
+  int64_t delay;  ///< of the encoder, where the container has no way to state it
+};
+
+constexpr Container kContainers[] = {
+    {"aac", "m4a", 0},        {"aac", "mov", 0},        {"aac", "mkv", 1024},    {"aac", "ts", 1024},     {"aac", "aac", 1024},
+    {"libmp3lame", "mp3", 0}, {"libmp3lame", "mp4", 0}, {"libopus", "ogg", 0},   {"libopus", "webm", 0},  {"libopus", "mp4", 0},
+    {"libvorbis", "ogg", 0},  {"libvorbis", "mkv", 0},  {"flac", "flac", 0},     {"flac", "mkv", 0},      {"flac", "ogg", 0},
+    {"pcm_s16le", "wav", 0},  {"pcm_s24le", "wav", 0},  {"pcm_f32le", "wav", 0}, {"pcm_s16le", "mkv", 0}, {"pcm_s16be", "mov", 0},
+    {"alac", "m4a", 0},       {"ac3", "mp4", 0},        {"pcm_s16le", "avi", 0},
+};
+
+TEST(AudioDecoder, PlacesEverySoundAtItsSample) {
+  const std::vector<int64_t> bursts{1000, 12000, 24000, 36000};
+  for (const Container& container : kContainers) {
+    const auto sound =
+        openSound(makeClip(soundClip(container.codec, container.name, testing::soundWithBursts(kRate, bursts, kRate))));
+    const std::vector<int64_t> found = testing::burstStarts(shownSound(sound), kRate);
+    ASSERT_EQ(found.size(), bursts.size()) << container.codec << " in " << container.name;
+    for (size_t i = 0; i < bursts.size(); ++i) {
+      EXPECT_LE(std::llabs(found[i] - bursts[i] - container.delay), 2) << container.codec << " in " << container.name;
+    }
+  }
+}
+
+double loudestDifference(const SoundSamples& a, const SoundSamples& b) {
+  double loudest = 0;
+  for (size_t i = 0; i < std::min(a.size(), b.size()); ++i) loudest = std::max<double>(loudest, std::fabs(a[i] - b[i]));
+  return loudest;
+}
+
+TEST(AudioDecoder, GivesTheSameSamplesHoweverTheyAreReached) {
+  for (const Container& container : kContainers) {
+    if (std::string(container.codec) == "libvorbis" && std::string(container.name) == "mkv") continue;  // stamps of a millisecond
+    const auto sound = openSound(makeClip(soundClip(container.codec, container.name, testing::noise(6 * kRate, 3))));
+    auto linear = decoderFor(sound);
+    SoundSamples whole(static_cast<size_t>(6 * kRate) * 2);
+    for (int at = 0; at < 6 * kRate; at += 1000) linear->read(at, 1000, whole.data() + at * 2);
+    auto jumping = decoderFor(sound);
+    std::mt19937 random(11);
+    for (int step = 0; step < 25; ++step) {
+      const int count = 100 + static_cast<int>(random() % 3000);
+      const int at = static_cast<int>(random() % static_cast<unsigned>(6 * kRate - count));
+      SoundSamples part(static_cast<size_t>(count) * 2), expected(whole.begin() + at * 2, whole.begin() + (at + count) * 2);
+      ASSERT_TRUE(jumping->read(at, count, part.data()));
+      // Opus goes on from what it has learned of the sound before; the others forget within their pre-roll.
+      const double tolerance = std::string(container.codec) == "libopus" ? 0.08 : 0.002;
+      EXPECT_LT(loudestDifference(part, expected), tolerance) << container.codec << " in " << container.name << " at " << at;
+    }
+  }
+}
+
+TEST(AudioDecoder, IsSilentWhereTheMediaHasNothing) {
+  const auto sound = openSound(makeClip(soundClip("pcm_s16le", "wav", testing::sine(440, kRate, kRate))));
+  auto decoder = decoderFor(sound);
+  SoundSamples before(200, 1.0f), across(400, 1.0f), after(200, 1.0f);
+  EXPECT_TRUE(decoder->read(-1000, 100, before.data()));
+  EXPECT_TRUE(decoder->read(kRate - 100, 200, across.data()));
+  EXPECT_TRUE(decoder->read(int64_t{1} << 40, 100, after.data()));
+  EXPECT_EQ(before, SoundSamples(200, 0.0f));
+  EXPECT_EQ(after, SoundSamples(200, 0.0f));
+  EXPECT_EQ(SoundSamples(across.begin() + 200, across.end()), SoundSamples(200, 0.0f));
+  EXPECT_NE(across[100], 0.0f);
+}
+
+TEST(AudioDecoder, ReadsAcrossZero) {
+  const auto sound = openSound(makeClip(soundClip("pcm_f32le", "wav", testing::noise(1000, 5))));
+  const SoundSamples noise = testing::noise(1000, 5);
+  SoundSamples got(40);
+  EXPECT_TRUE(decoderFor(sound)->read(-10, 20, got.data()));
+  EXPECT_EQ(SoundSamples(got.begin() + 20, got.end()), SoundSamples(noise.begin(), noise.begin() + 20));
+}
+
+/// Six constant channels in a WAV file: FL FR FC LFE BL BR.
+std::filesystem::path sixChannels(const std::vector<int>& values) {
+  std::string bytes = "RIFF" + std::string(4, '\xff') + "WAVEfmt " +
+                      std::string("\x28\0\0\0\xfe\xff\x06\0\x80\xbb\0\0\0\xca\x08\0\x0c\0\x10\0", 24 - 4 + 0);
+  bytes += std::string("\x16\0\x10\0\x3f\0\0\0\x01\0\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71", 24);
+  std::string data;
+  for (int frame = 0; frame < 4800; ++frame) {
+    for (const int value : values) data += {static_cast<char>(value & 255), static_cast<char>(value >> 8 & 255)};
+  }
+  const uint32_t size = static_cast<uint32_t>(data.size());
+  bytes += "data";
+  for (int i = 0; i < 4; ++i) bytes += static_cast<char>(size >> (8 * i) & 255);
+  return testing::writeFile("six.wav", bytes + data);
+}
+
+TEST(AudioDecoder, FoldsDownByTheRecommendation) {
+  const double minus3dB = std::sqrt(0.5);
+  const struct {
+    std::vector<int> channels;
+    double left, right;
+  } cases[] = {
+      {{8192, 0, 0, 0, 0, 0}, 0.25, 0},
+      {{0, 8192, 0, 0, 0, 0}, 0, 0.25},
+      {{0, 0, 8192, 0, 0, 0}, 0.25 * minus3dB, 0.25 * minus3dB},
+      {{0, 0, 0, 8192, 0, 0}, 0, 0},
+      {{0, 0, 0, 0, 8192, 0}, 0.25 * minus3dB, 0},
+      {{0, 0, 0, 0, 0, -8192}, 0, -0.25 * minus3dB},
+      {{32767, 32767, 32767, 32767, 32767, 32767}, (1 + 2 * minus3dB) * 32767 / 32768, (1 + 2 * minus3dB) * 32767 / 32768},
+  };
+  for (const auto& test : cases) {
+    const auto sound = openSound(sixChannels(test.channels));
+    auto decoder = decoderFor(sound);
+    SoundSamples got(2);
+    ASSERT_TRUE(decoder->read(2000, 1, got.data()));
+    EXPECT_EQ(decoder->channels(), 6);
+    EXPECT_NEAR(got[0], test.left, 1e-5);
+    EXPECT_NEAR(got[1], test.right, 1e-5);
+  }
+}
+
+TEST(AudioDecoder, PutsMonoOnBothChannelsAtUnity) {
+  ClipSpec spec = soundClip("pcm_f32le", "wav", testing::noise(1000, 9));
+  spec.channels = 1;
+  const SoundSamples noise = testing::noise(1000, 9);
+  SoundSamples got(2000);
+  ASSERT_TRUE(decoderFor(openSound(makeClip(spec)))->read(0, 1000, got.data()));
+  EXPECT_EQ(got, noise);
+}
+
+std::vector<int16_t> native16(AudioDecoder& decoder, int block) {
+  std::vector<int16_t> all, part(static_cast<size_t>(block * decoder.channels()));
+  for (int count; (count = decoder.readNextNative16(part.data(), block)) > 0;) {
+    all.insert(all.end(), part.begin(), part.begin() + count * decoder.channels());
+  }
+  return all;
+}
+
+TEST(AudioDecoder, GivesTheStoredSamplesIn16Bits) {
+  const SoundSamples loud{0.0f, 0.5f, 1.5f, -1.5f, 1.0f, -1.0f, 0.25f, -0.25f};
+  const std::vector<int16_t> expected{0, 16384, 32767, -32768, 32767, -32768, 8192, -8192};
+  EXPECT_EQ(native16(*decoderFor(openSound(makeClip(soundClip("pcm_f32le", "wav", loud)))), 3), expected);
+  EXPECT_EQ(native16(*decoderFor(openSound(makeClip(soundClip("pcm_s16le", "wav", loud)))), 3), expected);
+}
+
+TEST(AudioDecoder, NativeSamplesBeginWhereTheFirstEditDoes) {
+  const auto clip = makeClip(soundClip("aac", "m4a", testing::soundWithBursts(kRate, {0, 24000}, kRate)));
+  const auto whole = native16(*decoderFor(openSound(clip)), 4096);
+  ASSERT_EQ(whole.size(), size_t{2} * kRate);
+  SoundSamples asFloat;
+  for (const int16_t sample : whole) asFloat.push_back(static_cast<float>(sample) / 32768.0f);
+  EXPECT_EQ(testing::burstStarts(asFloat, kRate).size(), 2u);
+  EXPECT_LE(std::llabs(testing::burstStarts(asFloat, kRate)[1] - 24000), 2);
+}
+
+TEST(AudioDecoder, ReplacesADamagedPacketBySilenceAndLogsIt) {
+  const auto clip = makeClip(soundClip("flac", "flac", testing::sine(440, 2 * kRate, kRate)));
+  std::string bytes = testing::readFile(clip);
+  for (size_t i = bytes.size() / 2; i < bytes.size() / 2 + 40; ++i) bytes[i] = static_cast<char>(~bytes[i]);
+  const auto damaged = openSound(testing::writeFile("damaged.flac", bytes));
+  const testing::LogCapture log;
+  const SoundSamples whole = shownSound(openSound(clip)), got = shownSound(damaged);
+  EXPECT_TRUE(log.contains({"damaged.flac", "damaged", " s: "}));
+  ASSERT_EQ(got.size(), whole.size());
+  const auto end = static_cast<ptrdiff_t>(got.size()) - 20000;
+  EXPECT_EQ(SoundSamples(got.begin() + end, got.end()), SoundSamples(whole.begin() + end, whole.end()));
+}
+
+TEST(AudioDecoder, StopsWhenCancelled) {
+  auto decoder = decoderFor(openSound(makeClip(soundClip("aac", "m4a", testing::sine(440, kRate, kRate)))));
+  SoundSamples got(200);
+  EXPECT_TRUE(decoder->read(0, 100, got.data()));
+  decoder->cancel();
+  EXPECT_FALSE(decoder->read(20000, 100, got.data()));
+}
+
+}  // namespace
+}  // namespace vidloom

@@ -1,0 +1,296 @@
+#include "vidloom/platform/ffmpeg/MediaFile.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <sstream>
+
+#include "tests/support/Fixtures.h"
+#include "vidloom/platform/avfoundation/AVError.h"
+
+namespace vidloom {
+namespace {
+
+using testing::ClipSpec;
+using testing::makeClip;
+using testing::withEdits;
+
+std::filesystem::path sample(const std::string& name) { return std::filesystem::path(VIDLOOM_TEST_DATA) / "media" / name; }
+
+std::string text(const CMTime& time) {
+  std::ostringstream out;
+  out << time.value << '/' << time.timescale;
+  return out.str();
+}
+
+/// "0+30/30 @2/30" for each edit: target duration @ media start.
+std::string textOfEdits(const MediaTrack& track) {
+  std::string result;
+  for (const MediaEdit& edit : track.edits) {
+    result += (result.empty() ? "" : ", ") + text(edit.target.duration) + " @ " + (edit.isEmpty() ? "-" : text(edit.mediaStart));
+  }
+  return result;
+}
+
+std::string describe(const MediaTrack& track) {
+  std::ostringstream out;
+  if (track.kind == MediaKind::other) return "other";
+  out << track.codec << " [" << textOfEdits(track) << "]";
+  if (track.kind == MediaKind::audio) {
+    out << ' ' << track.sampleRate << " Hz " << track.channels;
+    return out.str();
+  }
+  out.precision(6);
+  out << ' ' << track.naturalSize.width << 'x' << track.naturalSize.height << ' ' << track.color.matrixName;
+  const CGAffineTransform& m = track.preferredTransform;
+  if (track.color.fullRange) out << " full";
+  if (!track.colorIsTagged) out << " untagged";
+  if (track.interlaced) out << " interlaced";
+  if (track.hasAlpha) out << " alpha";
+  if (track.highDynamicRange) out << " hdr";
+  if (track.variableFrameRate) out << " variable";
+  if (!(m == CGAffineTransformIdentity)) {
+    out << " (" << m.a << ' ' << m.b << ' ' << m.c << ' ' << m.d << ' ' << m.tx << ' ' << m.ty << ')';
+  }
+  return out.str();
+}
+
+std::vector<std::string> describe(const std::filesystem::path& path) {
+  std::optional<NSError> error;
+  const auto file = MediaFile::open(path, {}, &error);
+  if (!file) return {"error " + std::to_string(error->code())};
+  std::vector<std::string> tracks;
+  for (const MediaTrack& track : file->tracks()) tracks.push_back(describe(track));
+  return tracks;
+}
+
+struct RealFile {
+  const char* name;
+  std::vector<std::string> tracks;
+};
+
+TEST(MediaFile, UnderstandsRealFiles) {
+  const RealFile files[] = {
+      {"h264_rotation_90cw_phone_568x320.mov", {"h264 [1920/19200 @ 0/19200] 568x320 bt709 (0 1 -1 0 320 0)"}},
+      {"h264_mirrored_horizontal_flat_green.mp4",
+       {"h264 [15360/15360 @ 1024/15360] 128x72 smpte170m full untagged (-1 0 0 1 0 0)",
+        "aac [44100/44100 @ 2048/44100] 44100 Hz 2"}},
+      {"h264_sar_2x3_640x360.mp4",
+       {"h264 [30720/15360 @ 1024/15360] 426.667x360 smpte170m untagged", "aac [89088/44100 @ 1024/44100] 44100 Hz 2"}},
+      {"h264_editlist_video_delayed_1s_1080p.mp4",
+       {"h264 [1000/1000 @ -, 138240/15360 @ 0/15360] 1920x1080 bt709 untagged", "aac [480256/48000 @ 1024/48000] 48000 Hz 2"}},
+      {"aac_441hz_1s_afconvert_priming.mp4", {"aac [44100/44100 @ 2112/44100] 44100 Hz 1"}},
+      {"m4a_aac_8k_mono.m4a", {"aac [24000/8000 @ 2048/8000] 8000 Hz 1"}},
+      {"h264_he_aac_v1.mp4",
+       {"h264 [15360/15360 @ 1024/15360] 128x72 smpte170m full untagged", "aac [44100/44100 @ 5058/44100] 44100 Hz 2"}},
+      {"h264_fragmented_1080x720.mp4",
+       {"h264 [30030/30000 @ 2002/30000] 1080x720 bt709 untagged", "aac [47104/44100 @ 0/44100] 44100 Hz 1"}},
+      {"h264_interlaced_480i_sar10x11_timecode_track.mov",
+       {"h264 [10010/30000 @ 0/30000] 654.545x480 smpte170m interlaced", "other"}},
+      {"h264_cover_art_png_track.mp4",
+       {"h264 [15360/15360 @ 1024/15360] 128x72 smpte170m full untagged", "aac [44100/44100 @ 2048/44100] 44100 Hz 2", "other"}},
+      {"timecode_track_only_24fps.mov", {"other"}},
+      {"hevc_dolby_vision_hlg_iphone_rotated.mov",
+       {"hevc [64/600 @ 0/600] 1280x720 bt709 hdr (0 1 -1 0 720 0)", "aac [63/600 @ 2112/44100] 44100 Hz 2", "other", "other",
+        "other"}},
+      {"colour_quads_full_444_h264.mp4", {"h264 [512/12800 @ 0/12800] 1280x720 bt709 full"}},
+      {"vp9_alpha_transparent_200x200.webm",
+       {"vp9 [5000/1000 @ 0/1] 200x200 bt470bg alpha", "vorbis [237264/48000 @ 0/1] 48000 Hz 2"}},
+      {"h264_854x480.ts", {"h264 [90000/90000 @ 132000/90000] 854x480 smpte170m untagged"}},
+      {"mp3_441hz_1s_lame_gapless.mp3", {"mp3 [44100/44100 @ 1105/44100] 44100 Hz 1"}},
+      {"mp3_id3_picture.mp3", {"mp3 [135936/48000 @ 0/1] 48000 Hz 2", "other"}},
+      {"ogg_vorbis_441hz_1s.ogg", {"vorbis [44100/44100 @ 0/1] 44100 Hz 1"}},
+      {"opus_441hz_1s.opus", {"opus [48000/48000 @ 0/1] 48000 Hz 1"}},
+      {"wav_pcm24_11k_mono.wav", {"pcm_s24le [11009/11025 @ 0/1] 11025 Hz 1"}},
+      {"bad_zero_streams.mp4", {}},
+      {"bad_duration_int64_max.mp4", {"other"}},
+      {"bad_negative_duration.mp4", {"other"}},
+  };
+  for (const RealFile& file : files) EXPECT_EQ(describe(sample(file.name)), file.tracks) << file.name;
+}
+
+TEST(MediaFile, RefusesWhatItCannotReadAndNamesIt) {
+  for (const char* name : {"bad_header.mp4", "bad_editlist_rate_65535.mp4", "bad_negative_sample_size.mp4", "bad_corrupt.mkv",
+                           "bad_stsc_stco_contradiction.mp4", "bad_truncated_1024_bytes.mov", "bad_garbled.webm", "bad_fuzz.mp3",
+                           "bad_fuzz_extradata.wav", "bad_fuzz_no_data_chunk.wav", "bad_255_channels.wav", "no such file.mp4"}) {
+    std::optional<NSError> error;
+    EXPECT_EQ(MediaFile::open(sample(name), {}, &error), nullptr) << name;
+    ASSERT_TRUE(error) << name;
+    EXPECT_EQ(error->domain(), AVFoundationErrorDomain);
+    EXPECT_NE(error->localizedDescription().find(name), std::string::npos) << error->localizedDescription();
+  }
+  std::optional<NSError> error;
+  MediaFile::open(sample("no such file.mp4"), {}, &error);
+  ASSERT_TRUE(error && error->underlyingError());
+  EXPECT_EQ(error->underlyingError()->domain(), NSPOSIXErrorDomain);
+  EXPECT_EQ(error->underlyingError()->code(), ENOENT);
+}
+
+std::filesystem::path makeSocket() {
+  const std::filesystem::path path = testing::scratchFolder() / "socket.mp4";
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.string().copy(address.sun_path, sizeof address.sun_path - 1);
+  bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  close(descriptor);
+  return path;
+}
+
+TEST(MediaFile, RefusesWhatIsNoFileWithoutWaiting) {
+  const std::filesystem::path pipe = testing::scratchFolder() / "pipe.mp4";
+  mkfifo(pipe.c_str(), 0600);
+  const std::pair<std::filesystem::path, const char*> cases[] = {
+      {testing::scratchFolder(), "is a folder"},         {pipe, "is a pipe"},          {makeSocket(), "is a socket"},
+      {testing::writeFile("empty.mp4", ""), "is empty"}, {"/dev/zero", "is a device"},
+  };
+  for (const auto& [path, words] : cases) {
+    std::optional<NSError> error;
+    EXPECT_EQ(MediaFile::open(path, {}, &error), nullptr) << path;
+    ASSERT_TRUE(error) << path;
+    EXPECT_NE(error->localizedDescription().find(words), std::string::npos) << error->localizedDescription();
+  }
+}
+
+TEST(MediaFile, OpensNothingButTheFileItself) {
+  ClipSpec spec;
+  spec.frameCount = 3;
+  const std::filesystem::path clip = makeClip(spec);
+  const std::string name = clip.string();
+  const std::pair<const char*, std::string> scripts[] = {
+      {"hls.mp4", "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:10\n#EXTINF:10,\n" + name + "\n#EXT-X-ENDLIST\n"},
+      {"hls.ts", "#EXTM3U\n#EXT-X-TARGETDURATION:10\n#EXTINF:10,\nfile://" + name + "\n#EXT-X-ENDLIST\n"},
+      {"concat.mp4", "ffconcat version 1.0\nfile '" + name + "'\n"},
+      {"dash.mp4", "<?xml version=\"1.0\"?><MPD xmlns=\"urn:mpeg:dash:schema:mpd:2011\"><Period/></MPD>"},
+      {"sdp.mp4", "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=x\nc=IN IP4 127.0.0.1\nt=0 0\nm=video 5004 RTP/AVP 96\n"},
+      {"list.mp3", "#EXTM3U\nhttp://127.0.0.1:9/x.mp3\n"},
+      {"still.mp4", "\x89PNG\r\n\x1a\n" + std::string(64, '\0')},
+      {"subtitles.mp4", "1\n00:00:00,000 --> 00:00:01,000\nHello\n\n2\n00:00:01,000 --> 00:00:02,000\nHello\n\n"},
+  };
+  for (const auto& [file, content] : scripts) {
+    std::optional<NSError> error;
+    EXPECT_EQ(MediaFile::open(testing::writeFile(file, content), {}, &error), nullptr) << file;
+    EXPECT_TRUE(error) << file;
+  }
+}
+
+TEST(MediaFile, KeepsToItsLimits) {
+  ClipSpec spec;
+  spec.frameCount = 5;
+  spec.sound = testing::sine(440, 8000, 48000);
+  const std::filesystem::path clip = makeClip(spec);
+  MediaLimits pixels, tracks, samples, channels;
+  pixels.maxPixels = 320 * 180 - 1;
+  tracks.maxTracks = 1;
+  samples.maxSamplesPerTrack = 4;
+  channels.maxChannels = 1;
+  const std::pair<MediaLimits, const char*> cases[] = {
+      {pixels, "320x180 pixels"}, {tracks, "more than 1 tracks"}, {samples, "sample table"}, {channels, "2 channels"}};
+  for (const auto& [limits, words] : cases) {
+    std::optional<NSError> error;
+    EXPECT_EQ(MediaFile::open(clip, limits, &error), nullptr) << words;
+    ASSERT_TRUE(error) << words;
+    EXPECT_NE(error->localizedDescription().find(words), std::string::npos) << error->localizedDescription();
+  }
+}
+
+/// 30 frames a second; the movie's clock has 240000 ticks a second, the media's 15360, the sound's 48000.
+std::filesystem::path editedClip(int frames, const std::vector<testing::EditEntry>& edits, const char* handler = "vide") {
+  ClipSpec spec;
+  spec.frameCount = frames;
+  spec.bFrames = 2;
+  spec.sound = testing::sine(440, frames * 1600, 48000);
+  return withEdits(makeClip(spec), handler, edits);
+}
+
+TEST(MediaFile, ReadsEditListsAsTheyAreMeant) {
+  const struct {
+    const char* name;
+    std::vector<testing::EditEntry> edits;
+    const char* expected;
+  } cases[] = {
+      {"none: from the first picture on", {}, "15360/15360 @ 1024/15360"},
+      {"the delay of reordering", {{240000, 1024}}, "15360/15360 @ 1024/15360"},
+      {"a tick short of the media", {{239999, 1024}}, "15360/15360 @ 1024/15360"},
+      {"a tick longer than the media", {{240001, 1024}}, "15360/15360 @ 1024/15360"},
+      {"much longer than the media", {{480000, 1024}}, "15360/15360 @ 1024/15360"},
+      {"shorter than the media", {{120000, 1024}}, "120000/240000 @ 1024/15360"},
+      {"late", {{336000, -1}, {240000, 1024}}, "336000/240000 @ -, 15360/15360 @ 1024/15360"},
+      {"hidden beginning", {{120000, 8704}}, "7680/15360 @ 8704/15360"},
+      {"two pieces in another order", {{80000, 9216}, {120000, 1024}}, "80000/240000 @ 9216/15360, 120000/240000 @ 1024/15360"},
+      {"a gap between",
+       {{80000, 1024}, {80000, -1}, {80000, 1024}},
+       "80000/240000 @ 1024/15360, 80000/240000 @ -, 80000/240000 @ 1024/15360"},
+      {"without length: the rest", {{0, 8704}}, "7680/15360 @ 8704/15360"},
+      {"nothing but a gap counts as none", {{240000, -1}}, "15360/15360 @ 1024/15360"},
+      {"absurd", {{int64_t{1} << 62, 1024}}, "15360/15360 @ 1024/15360"},
+  };
+  for (const auto& test : cases) {
+    std::optional<NSError> error;
+    const auto file = MediaFile::open(editedClip(30, test.edits), {}, &error);
+    ASSERT_TRUE(file) << test.name;
+    EXPECT_EQ(textOfEdits(file->tracks()[0]), test.expected) << test.name;
+  }
+}
+
+TEST(MediaFile, TakesAnEditThatIsRoundedToMillisecondsForTheWhole) {
+  ClipSpec spec;
+  spec.videoOptions = {"-movie_timescale", "1000"};
+  for (const int frames : {1, 2, 3, 7, 29, 30, 299}) {
+    spec.frameCount = frames;
+    std::optional<NSError> error;
+    const auto file = MediaFile::open(makeClip(spec), {}, &error);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(CMTimeCompare(file->duration(), CMTimeMake(frames, 30)), 0) << frames << " frames: " << file->duration();
+  }
+}
+
+TEST(MediaFile, KnowsRateAndWhetherItVaries) {
+  const struct {
+    std::string rate;
+    double expected;
+  } cases[] = {{"24", 24}, {"25", 25}, {"30000/1001", 30000.0 / 1001}, {"60", 60}};
+  for (const char* container : {"mp4", "mkv"}) {
+    for (const auto& test : cases) {
+      ClipSpec spec;
+      spec.frameRate = test.rate;
+      spec.container = container;
+      const auto file = MediaFile::open(makeClip(spec), {}, nullptr);
+      ASSERT_TRUE(file);
+      EXPECT_NEAR(file->tracks()[0].nominalFrameRate, test.expected, 0.001) << container << ' ' << test.rate;
+      EXPECT_FALSE(file->tracks()[0].variableFrameRate) << container << ' ' << test.rate;
+    }
+  }
+  ClipSpec uneven;
+  uneven.videoOptions = {"-vf",
+                         "settb=1/90000,setpts='N*5250+mod(N*N*37,1009)*3'",
+                         "-fps_mode",
+                         "passthrough",
+                         "-enc_time_base",
+                         "1/90000",
+                         "-video_track_timescale",
+                         "90000"};
+  EXPECT_TRUE(MediaFile::open(makeClip(uneven), {}, nullptr)->tracks()[0].variableFrameRate);
+}
+
+TEST(MediaFile, KeepsADisabledTrackDisabled) {
+  ClipSpec spec;
+  spec.frameCount = 3;
+  const auto file = MediaFile::open(testing::withTrackDisabled(makeClip(spec), "vide"), {}, nullptr);
+  ASSERT_TRUE(file);
+  EXPECT_FALSE(file->tracks()[0].enabled);
+}
+
+TEST(MediaFile, FindsTheSameTracksInATruncatedMovieWithItsIndexInFront) {
+  ClipSpec spec;
+  spec.videoOptions = {"-movflags", "faststart"};
+  const std::filesystem::path whole = makeClip(spec);
+  const std::string bytes = testing::readFile(whole);
+  EXPECT_EQ(describe(testing::writeFile("cut.mp4", bytes.substr(0, bytes.size() * 2 / 3))), describe(whole));
+}
+
+}  // namespace
+}  // namespace vidloom

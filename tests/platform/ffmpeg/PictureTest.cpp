@@ -1,0 +1,333 @@
+// What decoded pictures look like, whatever form they are stored in.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "tests/support/Fixtures.h"
+#include "vidloom/platform/ffmpeg/VideoDecoder.h"
+
+namespace vidloom {
+namespace {
+
+using testing::ClipSpec;
+using testing::makeClip;
+
+std::filesystem::path sample(const std::string& name) { return std::filesystem::path(VIDLOOM_TEST_DATA) / "media" / name; }
+
+struct Decoded {
+  std::shared_ptr<const MediaFile> file;
+  std::unique_ptr<VideoDecoder> decoder;
+  const MediaTrack& track() const { return file->tracks()[0]; }
+  PictureRef at(const CMTime& time) const {
+    const auto frame = decoder->frameAt(time, nullptr);
+    return frame ? frame->picture : nullptr;
+  }
+};
+
+Decoded openPictures(const std::filesystem::path& path) {
+  std::optional<NSError> error;
+  Decoded decoded{MediaFile::open(path, {}, &error), nullptr};
+  if (decoded.file) decoded.decoder = VideoDecoder::open(decoded.file, 0, {}, &error);
+  if (!decoded.decoder) throw std::runtime_error(error ? error->localizedDescription() : path.string());
+  return decoded;
+}
+
+struct Rgb {
+  double red, green, blue;
+};
+
+/// By the formulas of ITU-R BT.601 and BT.709.
+Rgb colorAt(const Picture& picture, int x, int y) {
+  const bool is709 = picture.color.matrix == ColorMatrix::bt709;
+  const double kr = is709 ? 0.2126 : 0.299, kb = is709 ? 0.0722 : 0.114;
+  double luma = picture.y.data[y * picture.y.stride + x];
+  double cb = picture.cb.data[y / 2 * picture.cb.stride + x / 2] - 128.0;
+  double cr = picture.cr.data[y / 2 * picture.cr.stride + x / 2] - 128.0;
+  if (!picture.color.fullRange) {
+    luma = (luma - 16) * 255 / 219;
+    cb *= 255.0 / 224;
+    cr *= 255.0 / 224;
+  }
+  const double red = luma + 2 * (1 - kr) * cr, blue = luma + 2 * (1 - kb) * cb;
+  return {red, (luma - kr * red - kb * blue) / (1 - kr - kb), blue};
+}
+
+/// Two frames of one colour; the left half is (200, 60, 90), the right half (30, 120, 210).
+std::filesystem::path colorClip(const std::string& filters, const std::vector<std::string>& output, const std::string& name) {
+  const std::filesystem::path path = testing::scratchFolder() / name;
+  std::vector<std::string> command{"ffmpeg",
+                                   "-v",
+                                   "error",
+                                   "-y",
+                                   "-f",
+                                   "lavfi",
+                                   "-i",
+                                   "color=0xC83C5A:s=64x96:r=10:d=0.2[l];color=0x1E78D2:s=64x96:r=10:d=0.2[r];[l]format=gbrp[a];"
+                                   "[r]format=gbrp[b];[a][b]hstack" +
+                                       filters};
+  command.insert(command.end(), output.begin(), output.end());
+  command.push_back(path.string());
+  if (testing::runProgram(command) != 0) throw std::runtime_error("cannot make " + name);
+  return path;
+}
+
+TEST(Picture, ShowsTheSameColoursHoweverTheyAreStored) {
+  const std::string to709 = ",scale=out_color_matrix=bt709:out_range=tv:flags=accurate_rnd+full_chroma_int,format=";
+  const std::string to709full = ",scale=out_color_matrix=bt709:out_range=pc:flags=accurate_rnd+full_chroma_int,format=";
+  const std::string to601 = ",scale=out_color_matrix=smpte170m:out_range=tv:flags=accurate_rnd+full_chroma_int,format=";
+  const std::vector<std::string> x264{"-c:v", "libx264", "-crf", "1"},
+      tag709{"-colorspace", "bt709", "-color_primaries", "bt709", "-color_trc", "bt709", "-color_range", "tv"};
+  const auto with = [](std::vector<std::string> first, const std::vector<std::string>& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+  };
+  const struct {
+    const char* name;
+    std::string filters;
+    std::vector<std::string> output;
+  } cases[] = {
+      {"limited-709.mp4", to709 + "yuv420p", with(x264, tag709)},
+      {"full-709.mp4", to709full + "yuv420p", with(x264, {"-colorspace", "bt709", "-color_range", "pc"})},
+      {"limited-601.mp4", to601 + "yuv420p", with(x264, {"-colorspace", "smpte170m", "-color_range", "tv"})},
+      {"untagged.mkv", to601 + "yuv420p", {"-c:v", "ffv1"}},
+      {"422.mp4", to709 + "yuv422p", with(x264, tag709)},
+      {"444.mp4", to709 + "yuv444p", with(x264, tag709)},
+      {"444-full.mp4", to709full + "yuv444p", with(x264, {"-colorspace", "bt709", "-color_range", "pc"})},
+      {"10-bit.mp4", to709 + "yuv420p10", with(x264, tag709)},
+      {"10-bit-422-full.mp4", to709full + "yuv422p10", with(x264, {"-colorspace", "bt709", "-color_range", "pc"})},
+      {"prores.mov", to709 + "yuv422p10", with({"-c:v", "prores_ks"}, tag709)},
+      {"prores4444.mov", to709 + "yuva444p10", with({"-c:v", "prores_ks", "-profile:v", "4444"}, tag709)},
+      {"rgb.mp4", ",format=gbrp", {"-c:v", "libx264rgb", "-crf", "1"}},
+      {"png.mov", ",format=rgb24", {"-c:v", "png"}},
+      {"animation.mov", ",format=argb", {"-c:v", "qtrle"}},
+      {"bgr0.mkv", ",format=bgr0", {"-c:v", "ffv1"}},
+      {"motion.mov", ",scale=out_color_matrix=bt601:out_range=pc,format=yuvj422p", {"-c:v", "mjpeg", "-q:v", "1"}},
+      {"wide.mp4",
+       ",zscale=matrixin=gbr:rangein=full:transferin=709:primariesin=709:matrix=2020_ncl:primaries=2020:transfer=2020_10:range="
+       "limited,format=yuv420p10",
+       with(x264, {"-colorspace", "bt2020nc", "-color_primaries", "bt2020", "-color_trc", "bt2020-10"})},
+  };
+  for (const auto& test : cases) {
+    const auto path = colorClip(test.filters, test.output, test.name);
+    const PictureRef picture = openPictures(path).at(kCMTimeZero);
+    ASSERT_TRUE(picture) << test.name;
+    EXPECT_EQ(picture->width, 128) << test.name;
+    const Rgb left = colorAt(*picture, 30, 40), right = colorAt(*picture, 98, 40);
+    const double errors[] = {left.red - 200, left.green - 60, left.blue - 90, right.red - 30, right.green - 120, right.blue - 210};
+    for (const double error : errors) EXPECT_LT(std::fabs(error), 5) << test.name << ", off by " << error;
+  }
+}
+
+TEST(Picture, PassesStoredCodesOnUntouched) {
+  ClipSpec spec;
+  spec.frameCount = 3;
+  spec.width = 166;
+  spec.height = 122;
+  const auto clip = makeClip(spec);
+  std::string stored;
+  testing::runProgram({"ffmpeg", "-v", "error", "-i", clip.string(), "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"}, &stored);
+  const PictureRef picture = openPictures(clip).at(kCMTimeZero);
+  ASSERT_TRUE(picture);
+  size_t at = 0;
+  for (const auto& [plane, width, height] :
+       {std::tuple(picture->y, 166, 122), std::tuple(picture->cb, 83, 61), std::tuple(picture->cr, 83, 61)}) {
+    for (int row = 0; row < height; ++row, at += static_cast<size_t>(width)) {
+      ASSERT_EQ(std::memcmp(plane.data + row * plane.stride, stored.data() + at, static_cast<size_t>(width)), 0) << "row " << row;
+    }
+  }
+}
+
+/// Grey bars of 10-bit codes, tagged as given.
+std::filesystem::path barsClip(const char* transfer) {
+  const std::filesystem::path path = testing::scratchFolder() / (std::string(transfer) + ".mp4");
+  testing::runProgram({"ffmpeg",
+                       "-v",
+                       "error",
+                       "-y",
+                       "-f",
+                       "lavfi",
+                       "-i",
+                       "nullsrc=s=256x64:r=10:d=0.2,format=yuv420p10,geq=lum='64+floor(X/32)*110':cb=512:cr=512",
+                       "-c:v",
+                       "libx265",
+                       "-preset",
+                       "ultrafast",
+                       "-x265-params",
+                       "log-level=none:lossless=1",
+                       "-colorspace",
+                       "bt2020nc",
+                       "-color_primaries",
+                       "bt2020",
+                       "-color_trc",
+                       transfer,
+                       "-color_range",
+                       "tv",
+                       path.string()});
+  return path;
+}
+
+TEST(Picture, MapsHighDynamicRangeToStandard) {
+  for (const char* transfer : {"smpte2084", "arib-std-b67"}) {
+    const Decoded decoded = openPictures(barsClip(transfer));
+    EXPECT_TRUE(decoded.track().highDynamicRange);
+    const PictureRef picture = decoded.at(kCMTimeZero);
+    ASSERT_TRUE(picture) << transfer;
+    EXPECT_EQ(picture->color, PictureColor{}) << transfer;
+    int before = -1;
+    for (int bar = 0; bar < 8; ++bar) {
+      const int x = bar * 32 + 16, luma = picture->y.data[30 * picture->y.stride + x];
+      EXPECT_NEAR(picture->cb.data[15 * picture->cb.stride + x / 2], 128, 2) << transfer << " bar " << bar;
+      EXPECT_NEAR(picture->cr.data[15 * picture->cr.stride + x / 2], 128, 2) << transfer << " bar " << bar;
+      EXPECT_GE(luma, before) << transfer << " bar " << bar;
+      before = luma;
+    }
+    EXPECT_LT(picture->y.data[30 * picture->y.stride + 16], 20) << transfer;
+    EXPECT_GT(before, 180) << transfer;
+  }
+}
+
+std::filesystem::path interlacedClip() {
+  const std::filesystem::path path = testing::scratchFolder() / "interlaced.mp4";
+  testing::runProgram({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
+                       "testsrc2=s=320x240:r=50:d=1.2,scroll=h=0.05,format=yuv420p,tinterlace=interleave_top", "-c:v", "libx264",
+                       "-crf", "8", "-flags", "+ilme+ildct", "-x264-params", "tff=1:keyint=8:scenecut=0:bframes=2", path.string()});
+  return path;
+}
+
+/// How much neighbouring rows differ from those two apart: large where fields of two moments are woven.
+double combing(const uint8_t* luma, ptrdiff_t stride, int width, int height) {
+  double sum = 0;
+  for (int y = 1; y + 1 < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const int middle = luma[y * stride + x], above = luma[(y - 1) * stride + x], below = luma[(y + 1) * stride + x];
+      if (std::abs(above - below) < 16) sum += std::abs(2 * middle - above - below);
+    }
+  }
+  return sum / (width * height);
+}
+
+TEST(Picture, DeinterlacesToTheFrameRateTheSameHoweverAFrameIsReached) {
+  const auto clip = interlacedClip();
+  std::string woven;
+  testing::runProgram({"ffmpeg", "-v", "error", "-i", clip.string(), "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"}, &woven);
+  const Decoded linear = openPictures(clip);
+  EXPECT_TRUE(linear.track().interlaced);
+  EXPECT_NEAR(linear.track().nominalFrameRate, 25, 0.01);
+  const CMTime start = linear.track().edits[0].mediaStart;
+  for (int i = 0; i < 30; ++i) {
+    const CMTime time = CMTimeAdd(start, CMTimeMake(i, 25));
+    const PictureRef picture = linear.at(time);
+    ASSERT_TRUE(picture);
+    const auto* stored = reinterpret_cast<const uint8_t*>(woven.data()) + static_cast<size_t>(i) * 320 * 240 * 3 / 2;
+    EXPECT_LT(combing(picture->y.data, picture->y.stride, 320, 240), 0.6 * combing(stored, 320, 320, 240)) << "frame " << i;
+    const PictureRef jumped = openPictures(clip).at(time);
+    ASSERT_TRUE(jumped);
+    for (int row = 0; row < 240; ++row) {
+      ASSERT_EQ(std::memcmp(picture->y.data + row * picture->y.stride, jumped->y.data + row * jumped->y.stride, 320), 0)
+          << "frame " << i << " row " << row;
+    }
+  }
+}
+
+TEST(Picture, KeepsTheTracksFirstSizeWhenTheSizeChanges) {
+  for (const auto& [name, width, height] :
+       {std::tuple("h264_resolution_change_400x300_to_200x150.mp4", 400, 300), std::tuple("vp8_resolution_change.webm", 60, 40)}) {
+    const Decoded decoded = openPictures(sample(name));
+    for (const double position : {0.0, 0.5, 0.99}) {
+      const double seconds = CMTimeGetSeconds(decoded.file->duration()) * position;
+      const PictureRef picture = decoded.at(CMTimeMakeWithSeconds(seconds, 90000));
+      ASSERT_TRUE(picture) << name;
+      EXPECT_EQ(picture->width, width) << name << " at " << seconds;
+      EXPECT_EQ(picture->height, height) << name << " at " << seconds;
+    }
+  }
+  // Red first, green after the change.
+  const Decoded decoded = openPictures(sample("h264_resolution_change_400x300_to_200x150.mp4"));
+  const Rgb first = colorAt(*decoded.at(kCMTimeZero), 200, 150), last = colorAt(*decoded.at(CMTimeMake(19, 10)), 390, 290);
+  EXPECT_GT(first.red, 150);
+  EXPECT_LT(first.green, 100);
+  EXPECT_GT(last.green, 80);
+  EXPECT_LT(last.red, 100);
+}
+
+TEST(Picture, KeepsTransparency) {
+  const Decoded vp9 = openPictures(sample("vp9_alpha_transparent_200x200.webm"));
+  const PictureRef picture = vp9.at(CMTimeMake(1, 1));
+  ASSERT_TRUE(picture && picture->hasAlpha());
+  EXPECT_EQ(picture->alpha.data[2 * picture->alpha.stride + 2], 0);
+  const auto clip = colorClip(",format=rgba,geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='if(lt(X,64),255,64)',format=argb",
+                              {"-c:v", "qtrle"}, "alpha.mov");
+  const PictureRef half = openPictures(clip).at(kCMTimeZero);
+  ASSERT_TRUE(half && half->hasAlpha());
+  EXPECT_EQ(half->alpha.data[20 * half->alpha.stride + 20], 255);
+  EXPECT_EQ(half->alpha.data[20 * half->alpha.stride + 100], 64);
+}
+
+TEST(Picture, HoldsTheLastGoodOneThroughDamageAndLogsIt) {
+  ClipSpec spec;
+  spec.frameCount = 40;
+  spec.gop = 10;
+  spec.width = 640;
+  spec.height = 360;
+  spec.videoOptions = {"-movflags", "faststart"};
+  const auto clip = makeClip(spec);
+  std::string offset;
+  testing::runProgram(
+      {"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pos", "-of", "csv=p=0", clip.string()}, &offset);
+  std::istringstream lines(offset);
+  size_t position = 0;
+  for (int i = 0; i <= 14; ++i) lines >> position;
+  std::string bytes = testing::readFile(clip);
+  bytes.replace(position, 40, std::string(40, '\xff'));
+  const testing::LogCapture log;
+  const Decoded decoded = openPictures(testing::writeFile("damaged.mp4", bytes));
+  std::vector<int> shown;
+  for (int i = 0; i < 40; ++i) {
+    const PictureRef picture = decoded.at(CMTimeMake(i, 30));
+    ASSERT_TRUE(picture) << i;
+    shown.push_back(testing::readFrameIndex(*picture));
+  }
+  for (int i = 0; i < 40; ++i) {
+    if (i < 14 || i >= 20) {
+      EXPECT_EQ(shown[static_cast<size_t>(i)], i);
+    }
+  }
+  EXPECT_EQ(shown[14], 13);
+  EXPECT_TRUE(log.contains({"damaged.mp4", "damaged picture", "at 0.467 s"}));
+}
+
+TEST(Picture, IsTheSameWithAnyNumberOfThreads) {
+  ClipSpec spec;
+  spec.frameCount = 20;
+  spec.bFrames = 3;
+  spec.gop = 7;
+  const auto file = MediaFile::open(makeClip(spec), {}, nullptr);
+  ASSERT_TRUE(file);
+  for (const int threads : {2, 3}) {
+    const auto one = VideoDecoder::open(file, 0, {1}, nullptr), many = VideoDecoder::open(file, 0, {threads}, nullptr);
+    ASSERT_TRUE(one && many);
+    for (const int i : {0, 1, 2, 13, 19, 3, 8}) {
+      const CMTime time = CMTimeAdd(file->tracks()[0].edits[0].mediaStart, CMTimeMake(i, 30));
+      EXPECT_EQ(testing::readFrameIndex(*many->frameAt(time, nullptr)->picture), i);
+      const PictureRef a = one->frameAt(time, nullptr)->picture, b = many->frameAt(time, nullptr)->picture;
+      for (int row = 0; row < a->height; ++row) {
+        ASSERT_EQ(std::memcmp(a->y.data + row * a->y.stride, b->y.data + row * b->y.stride, static_cast<size_t>(a->width)), 0);
+      }
+    }
+  }
+}
+
+TEST(Picture, OutlivesItsDecoder) {
+  ClipSpec spec;
+  spec.frameCount = 8;
+  Decoded decoded = openPictures(makeClip(spec));
+  const PictureRef first = decoded.at(kCMTimeZero), last = decoded.at(CMTimeMake(7, 30));
+  decoded.decoder.reset();
+  decoded.file.reset();
+  EXPECT_EQ(testing::readFrameIndex(*first), 0);
+  EXPECT_EQ(testing::readFrameIndex(*last), 7);
+}
+
+}  // namespace
+}  // namespace vidloom
