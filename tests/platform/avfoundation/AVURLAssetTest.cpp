@@ -61,7 +61,7 @@ TEST(AVURLAsset, AMissingFileShowsAsEmptyAndKeepsTheReason) {
 TEST(AVURLAsset, EnabledTracksComeFirst) {
   ClipSpec spec;
   spec.frameCount = 5;
-  spec.videoOptions = {"-map", "0:v", "-map", "0:v", "-c:v:0", "libx264", "-c:v:1", "libx264"};
+  spec.videoOptions = {"-map", "0:v", "-map", "0:v", "-disposition:v", "default"};
   const auto asset = AVAsset::assetWithURL(testing::withTrackDisabled(makeClip(spec), "vide"));
   const auto tracks = asset->tracksWithMediaType(AVMediaTypeVideo);
   ASSERT_EQ(tracks.size(), 2u);

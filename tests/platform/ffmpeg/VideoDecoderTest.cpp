@@ -125,6 +125,7 @@ std::vector<Case> cases() {
       {"MPEG-2 in a transport stream", other("mpeg2video", "ts", {"-q:v", "4", "-bf", "2"})},
       {"Motion JPEG", other("mjpeg", "mov", {"-q:v", "4"})},
       {"ProRes", other("prores_ks", "mov", {"-pix_fmt", "yuv422p10le"})},
+      {"Theora", other("libtheora", "ogg", {"-q:v", "8"})},
   };
 }
 

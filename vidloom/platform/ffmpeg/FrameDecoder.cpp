@@ -51,12 +51,14 @@ FrameDecoder::FrameDecoder(std::unique_ptr<PacketSource> packets, AvCodecContext
 
 bool FrameDecoder::restartAt(const KeyFrame& key) {
   reset(false);
-  return packets_->seekTo(key);
+  fromBeginning_ = !packets_->seekTo(key);
+  return !fromBeginning_;
 }
 
 bool FrameDecoder::restartBefore(int64_t ticks) {
   reset(false);
-  return packets_->seekBefore(ticks);
+  fromBeginning_ = !packets_->seekBefore(ticks);
+  return !fromBeginning_;
 }
 
 bool FrameDecoder::restartAtBeginning() {

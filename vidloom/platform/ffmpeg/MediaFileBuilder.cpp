@@ -139,8 +139,9 @@ bool MediaFileBuilder::readPackets() {
   for (bool mayJump = seeksWell && bytes_->size() > kLargestWholeScanBytes;; mayJump = false) {
     PacketScan scan(demuxer_->context(), scans_);
     if (!readRun(scan, mayJump)) return false;
+    const bool isEnough = scan.sawAllAtTheEnd();
     scan.finish();
-    if (scan.sawAllAtTheEnd()) return true;
+    if (isEnough) return true;
     scans_.clear();
     demuxer_ = file_->openDemuxer(error_);
     if (!demuxer_) return false;
@@ -337,6 +338,7 @@ void MediaFileBuilder::placeMovieTrack(size_t trackIndex) {
     source.keyFrames = header->times.keyFrames;
     source.reorderDepth = header->times.reorderDepth;
     if (track.kind == MediaKind::video) describeRate(stream, header->times, track);
+    if (track.kind == MediaKind::audio) trustTimes(header->times, track, source);
   }
   source.firstTicks = extent.firstTicks;
   track.naturalTimeScale = stream.time_base.den;
@@ -347,6 +349,15 @@ void MediaFileBuilder::placeMovieTrack(size_t trackIndex) {
   track.edits = movieEdits(*header, movie_->timescale(), extent);
   if (track.kind == MediaKind::audio && header->edits.empty()) trimByTag(track);
   track.timeRange = timeRangeOf(track.edits);
+}
+
+/// Where nearly all packets last as long as their samples, the time stamps are those of the samples. A first packet that lasts
+/// less has lost its beginning.
+void MediaFileBuilder::trustTimes(const SampleTimes& times, const MediaTrack& track, TrackSource& source) {
+  const double usual = static_cast<double>(times.usualDelta) * source.numerator / source.denominator * track.sampleRate;
+  source.soundTimesAreExact = times.usualShare > 0.9 && std::fabs(usual - source.soundPacketFrames) < 0.01;
+  if (source.soundTimesAreExact && times.firstDelta < times.usualDelta)
+    source.firstPacketShift = times.firstDelta - times.usualDelta;
 }
 
 /// Files without an edit list may say in a tag how much of their sound is the encoder's.

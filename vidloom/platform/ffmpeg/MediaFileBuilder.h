@@ -37,6 +37,7 @@ class MediaFileBuilder {
   void placeTracks();
   void placeMovieTrack(size_t trackIndex);
   void trimByTag(MediaTrack& track) const;
+  static void trustTimes(const SampleTimes& times, const MediaTrack& track, TrackSource& source);
   const MovieHeaderTrack* movieTrackOf(const AVStream& stream) const;
   bool fail(NSError error);
 

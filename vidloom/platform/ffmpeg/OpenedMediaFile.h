@@ -35,7 +35,9 @@ struct TrackSource {
   std::vector<SoundMark> soundMarks;  ///< sorted
   int64_t soundAnchor = 0;            ///< sample number of the very first sample that is decoded
   bool hasSoundAnchor = false;
-  int soundPacketFrames = 0;  ///< samples in every packet where that is constant, for time stamps coarser than a sample
+  bool soundTimesAreExact = false;  ///< packets lie where their time stamps say, to the sample
+  int64_t firstPacketShift = 0;     ///< ticks from the first packet's time stamp to its first sample: its beginning may be cut off
+  int soundPacketFrames = 0;        ///< samples in every packet where that is constant, for time stamps coarser than a sample
 };
 
 class OpenedMediaFile final : public MediaFile {

@@ -72,13 +72,19 @@ class PacketScan::Stream {
       times.endPts += result_.lastDuration;
     }
     times.durationTicks = times.endPts - times.firstPts;
-    if (result_.hasJumped) times.keyFrames.clear();
+    if (result_.hasJumped) estimateWhole();
     times.allAreKeyFrames = static_cast<int64_t>(times.keyFrames.size()) == times.sampleCount;
     std::stable_sort(times.keyFrames.begin(), times.keyFrames.end(),
                      [](const KeyFrame& a, const KeyFrame& b) { return a.pts < b.pts; });
   }
 
  private:
+  void estimateWhole() {
+    SampleTimes& times = result_.times;
+    times.keyFrames.clear();
+    if (shownTicks_ > 0) times.sampleCount = av_rescale(times.durationTicks, shownSteps_, shownTicks_);
+  }
+
   int64_t durationOf(const AVPacket& packet) const {
     const bool isAbsurd = packet.duration > av_rescale_q(kLongestPacketSeconds, {1, 1}, stream_.time_base);
     const int sampleRate = stream_.codecpar->sample_rate;
@@ -127,6 +133,8 @@ class PacketScan::Stream {
       if (hasPrevious_ && delta > 0) {
         times.shortestDelta = times.longestDelta == 0 ? delta : std::min(times.shortestDelta, delta);
         times.longestDelta = std::max(times.longestDelta, delta);
+        shownTicks_ += delta;
+        ++shownSteps_;
       }
       previousShown_ = recent_[i];
       hasPrevious_ = true;
@@ -143,6 +151,7 @@ class PacketScan::Stream {
   std::vector<int64_t> recent_;
   int64_t previousShown_ = 0;
   bool hasPrevious_ = false;
+  int64_t shownTicks_ = 0, shownSteps_ = 0;  ///< from picture to picture, what was left out not counted
   std::optional<int64_t> previousPts_;
   int64_t step_ = 0;  ///< between the last two time stamps
 };

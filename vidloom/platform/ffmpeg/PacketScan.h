@@ -21,7 +21,7 @@ struct ScannedStream {
   int64_t firstStep = 0;  ///< from the first time to the second
   int64_t bytes = 0, firstBytes = 0;
   int64_t headCount = 0, headTicks = 0;  ///< packets before the first jump, and the time from the first one to the last one
-  bool hasJumped = false;                ///< the middle was left out: counts and key frames are not those of the whole
+  bool hasJumped = false;                ///< the middle was left out: key frames are unknown, the count of pictures is estimated
   int skipFrames = 0;                    ///< samples to leave out at the very beginning
   int discardFrames = 0;                 ///< samples to leave out at the very end
   std::vector<SoundMark> marks;

@@ -47,13 +47,25 @@ int PacketSource::next(AVPacket& packet) {
     if (packet.stream_index == track_.streamIndex) break;
     av_packet_unref(&packet);
   }
+  forgetUnsureTime(packet);
   if (packet.pts != AV_NOPTS_VALUE) packet.pts = mediaTicks(source_, packet.pts, packet.dts);
   return 0;
+}
+
+/// After a jump the Ogg demuxer counts back from the first page's end with lengths of packets that it does not know yet; from the
+/// next page on its times are those of the file.
+void PacketSource::forgetUnsureTime(AVPacket& packet) {
+  if (!isUnsure_) return;
+  if (!unsurePage_) unsurePage_ = packet.pos;
+  isUnsure_ = packet.pos == *unsurePage_;
+  if (isUnsure_) packet.pts = packet.dts = AV_NOPTS_VALUE;
 }
 
 bool PacketSource::seek(int stream, int64_t target, int flags) {
   errorsInARow_ = 0;
   fresh_ = false;
+  isUnsure_ = track_.kind == MediaKind::audio && file_->container() == "ogg";
+  unsurePage_.reset();
   if (av_seek_frame(&demuxer_->context(), stream, target, flags) >= 0) return true;
   restart();
   return false;
@@ -76,6 +88,7 @@ bool PacketSource::restart() {
   demuxer_ = std::move(demuxer);
   prepareDemuxer();
   fresh_ = true;
+  isUnsure_ = false;
   errorsInARow_ = 0;
   return true;
 }

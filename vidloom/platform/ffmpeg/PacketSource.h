@@ -34,6 +34,7 @@ class PacketSource {
  private:
   PacketSource(std::shared_ptr<const OpenedMediaFile> file, int trackIndex, std::unique_ptr<Demuxer> demuxer);
   void prepareDemuxer();
+  void forgetUnsureTime(AVPacket& packet);
   bool restart();
   bool seek(int stream, int64_t target, int flags);
 
@@ -43,7 +44,9 @@ class PacketSource {
   std::atomic<bool> cancelled_ = false;
   std::unique_ptr<Demuxer> demuxer_;
   int errorsInARow_ = 0;
-  bool fresh_ = true;  ///< nothing was read yet
+  bool isUnsure_ = false;              ///< times cannot be trusted yet
+  std::optional<int64_t> unsurePage_;  ///< where the first packet after the jump lies
+  bool fresh_ = true;                  ///< nothing was read yet
 };
 
 }  // namespace vidloom

@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
+#include <tuple>
 
 namespace vidloom {
 
 namespace {
 
+constexpr size_t kMostDeltas = 64;  // that are told apart
 constexpr int64_t kLatestTick = int64_t{1} << 62;
 
 /// The runs of a table whose entries are (count, value), one sample at a time.
@@ -93,11 +96,18 @@ void addDeltas(ByteSpan timeToSample, SampleTimes& times) {
 bool addRuns(ByteSpan timeToSample, SampleTimes& times) {
   ByteReader reader(timeToSample);
   reader.skip(4);
+  std::map<int64_t, int64_t> counts;
   for (uint32_t entries = reader.u32(); entries > 0 && reader.remaining() >= 8; --entries) {
     const int64_t count = reader.u32(), delta = reader.i32();
+    if (times.sampleCount == 0 && count > 0) times.firstDelta = delta;
+    if (counts.size() < kMostDeltas || counts.contains(delta)) counts[delta] += count;
     times.sampleCount += count;
     times.durationTicks += count * std::max<int64_t>(delta, 0);
     if (times.durationTicks > kLatestTick) return false;
+  }
+  for (const auto& [delta, count] : counts) {
+    const double share = static_cast<double>(count) / static_cast<double>(std::max<int64_t>(1, times.sampleCount));
+    if (share > times.usualShare) std::tie(times.usualDelta, times.usualShare) = std::pair(delta, share);
   }
   times.endPts = times.durationTicks;
   times.allAreKeyFrames = true;

@@ -22,6 +22,8 @@ struct SampleTimes {
   int64_t endPts = 0;                           ///< where the last shown sample ends
   int64_t durationTicks = 0;                    ///< sum of the samples' durations
   int64_t shortestDelta = 0, longestDelta = 0;  ///< between samples, the last one's own duration left out
+  int64_t firstDelta = 0, usualDelta = 0;       ///< of sound: the first sample's duration, and the most frequent one
+  double usualShare = 0;                        ///< how many of the samples have the usual duration, 0 ... 1
   int reorderDepth = 0;                         ///< how many samples may be decoded before an earlier one is shown
   bool allAreKeyFrames = false;
   std::vector<KeyFrame> keyFrames;  ///< sorted by pts

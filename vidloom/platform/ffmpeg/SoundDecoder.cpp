@@ -19,6 +19,7 @@ namespace {
 
 constexpr int kMostReports = 20;
 constexpr int kJitterMs = 25;
+constexpr int kExactJitterSamples = 2;
 
 /// Samples that a decoder must have behind it before what it gives is what it would give from the start.
 int64_t prerollOf(AVCodecID codec, int rate, int packetFrames) {
@@ -84,14 +85,14 @@ int64_t SoundDecoder::ticksAt(int64_t sample) const {
   return av_rescale_q_rnd(sample - anchorShift_, {1, rate_}, {source.numerator, source.denominator}, AV_ROUND_DOWN);
 }
 
-/// Time stamps coarser than a sample are put on the grid of whole packets that begins with the first one.
+/// Time stamps that are a little off are put on the grid of whole packets that begins with the first one.
 int64_t SoundDecoder::snapped(int64_t sample) const {
   const TrackSource& source = packets_->source();
   const int64_t tick = av_rescale_q_rnd(1, {source.numerator, source.denominator}, {1, rate_}, AV_ROUND_UP);
-  if (tick <= 1 || source.soundPacketFrames <= 0) return sample;
+  if (source.soundTimesAreExact || source.soundPacketFrames <= 0) return sample;
   const int64_t frames = source.soundPacketFrames, offset = sample - firstSample_;
   const int64_t nearest = firstSample_ + (offset + frames / 2) / frames * frames;
-  return std::llabs(nearest - sample) <= tick ? nearest : sample;
+  return std::llabs(nearest - sample) <= std::max<int64_t>(tick, kExactJitterSamples) ? nearest : sample;
 }
 
 void SoundDecoder::reset(bool atBeginning) {
@@ -108,7 +109,8 @@ void SoundDecoder::restartAtBeginning() {
 }
 
 SoundDecoder::Status SoundDecoder::restartBefore(int64_t sample, SoundBlock& block) {
-  for (int64_t back = prerollSamples_ + rate_ / 100; sample - back > firstSample_; back *= 4) {
+  const bool isPaged = packets_->file().container() == "ogg";  // times are sure from the second page on
+  for (int64_t back = prerollSamples_ + (isPaged ? 2 * rate_ : rate_ / 100); sample - back > firstSample_; back *= 4) {
     reset(false);
     quietBefore_ = sample;
     if (!packets_->seekBefore(ticksAt(sample - back))) break;
@@ -148,11 +150,12 @@ bool SoundDecoder::place(SoundBlock& block) {
   if (frame.pts == AV_NOPTS_VALUE && !nextSample_ && !fromBeginning_) return false;
   int64_t first = nextSample_.value_or(firstSample_);
   if (frame.pts != AV_NOPTS_VALUE) {
-    const int64_t stamped = snapped(sampleAt(frame.pts));
-    const bool agrees = nextSample_ && std::llabs(stamped - *nextSample_) <= int64_t{rate_} * kJitterMs / 1000;
-    if (!agrees) first = stamped;
+    const TrackSource& source = packets_->source();
+    const int64_t ticks = frame.pts == source.firstTicks ? frame.pts + source.firstPacketShift : frame.pts;
+    const int64_t stamped = snapped(sampleAt(ticks));
+    const int64_t jitter = source.soundTimesAreExact ? kExactJitterSamples : int64_t{rate_} * kJitterMs / 1000;
+    if (!nextSample_ || std::llabs(stamped - *nextSample_) > jitter) first = stamped;
   }
-
   block.first = first;
   block.end = first + frame.nb_samples;
   nextSample_ = block.end;
