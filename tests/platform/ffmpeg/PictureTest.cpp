@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <sstream>
 
 #include "tests/support/Fixtures.h"
 #include "vidloom/platform/ffmpeg/VideoDecoder.h"
@@ -53,60 +54,55 @@ Rgb colorAt(const Picture& picture, int x, int y) {
   return {red, (luma - kr * red - kb * blue) / (1 - kr - kb), blue};
 }
 
-/// Two frames of one colour; the left half is (200, 60, 90), the right half (30, 120, 210).
-std::filesystem::path colorClip(const std::string& filters, const std::vector<std::string>& output, const std::string& name) {
+/// Makes a file with ffmpeg from a filter graph and options of the output, which are split at spaces.
+std::filesystem::path filteredClip(const std::string& name, const std::string& graph, const std::string& options) {
   const std::filesystem::path path = testing::scratchFolder() / name;
-  std::vector<std::string> command{"ffmpeg",
-                                   "-v",
-                                   "error",
-                                   "-y",
-                                   "-f",
-                                   "lavfi",
-                                   "-i",
-                                   "color=0xC83C5A:s=64x96:r=10:d=0.2[l];color=0x1E78D2:s=64x96:r=10:d=0.2[r];[l]format=gbrp[a];"
-                                   "[r]format=gbrp[b];[a][b]hstack" +
-                                       filters};
-  command.insert(command.end(), output.begin(), output.end());
+  std::vector<std::string> command{"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", graph};
+  std::istringstream words(options);
+  for (std::string word; words >> word;) command.push_back(word);
   command.push_back(path.string());
   if (testing::runProgram(command) != 0) throw std::runtime_error("cannot make " + name);
   return path;
+}
+
+/// Two frames of one colour; the left half is (200, 60, 90), the right half (30, 120, 210).
+std::filesystem::path colorClip(const std::string& filters, const std::string& output, const std::string& name) {
+  return filteredClip(name,
+                      "color=0xC83C5A:s=64x96:r=10:d=0.2[l];color=0x1E78D2:s=64x96:r=10:d=0.2[r];[l]format=gbrp[a];"
+                      "[r]format=gbrp[b];[a][b]hstack" +
+                          filters,
+                      output);
 }
 
 TEST(Picture, ShowsTheSameColoursHoweverTheyAreStored) {
   const std::string to709 = ",scale=out_color_matrix=bt709:out_range=tv:flags=accurate_rnd+full_chroma_int,format=";
   const std::string to709full = ",scale=out_color_matrix=bt709:out_range=pc:flags=accurate_rnd+full_chroma_int,format=";
   const std::string to601 = ",scale=out_color_matrix=smpte170m:out_range=tv:flags=accurate_rnd+full_chroma_int,format=";
-  const std::vector<std::string> x264{"-c:v", "libx264", "-crf", "1"},
-      tag709{"-colorspace", "bt709", "-color_primaries", "bt709", "-color_trc", "bt709", "-color_range", "tv"};
-  const auto with = [](std::vector<std::string> first, const std::vector<std::string>& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-  };
+  const std::string x264 = "-c:v libx264 -crf 1 ", full = x264 + "-colorspace bt709 -color_range pc",
+                    tag709 = " -colorspace bt709 -color_primaries bt709 -color_trc bt709 -color_range tv";
   const struct {
     const char* name;
-    std::string filters;
-    std::vector<std::string> output;
+    std::string filters, output;
   } cases[] = {
-      {"limited-709.mp4", to709 + "yuv420p", with(x264, tag709)},
-      {"full-709.mp4", to709full + "yuv420p", with(x264, {"-colorspace", "bt709", "-color_range", "pc"})},
-      {"limited-601.mp4", to601 + "yuv420p", with(x264, {"-colorspace", "smpte170m", "-color_range", "tv"})},
-      {"untagged.mkv", to601 + "yuv420p", {"-c:v", "ffv1"}},
-      {"422.mp4", to709 + "yuv422p", with(x264, tag709)},
-      {"444.mp4", to709 + "yuv444p", with(x264, tag709)},
-      {"444-full.mp4", to709full + "yuv444p", with(x264, {"-colorspace", "bt709", "-color_range", "pc"})},
-      {"10-bit.mp4", to709 + "yuv420p10", with(x264, tag709)},
-      {"10-bit-422-full.mp4", to709full + "yuv422p10", with(x264, {"-colorspace", "bt709", "-color_range", "pc"})},
-      {"prores.mov", to709 + "yuv422p10", with({"-c:v", "prores_ks"}, tag709)},
-      {"prores4444.mov", to709 + "yuva444p10", with({"-c:v", "prores_ks", "-profile:v", "4444"}, tag709)},
-      {"rgb.mp4", ",format=gbrp", {"-c:v", "libx264rgb", "-crf", "1"}},
-      {"png.mov", ",format=rgb24", {"-c:v", "png"}},
-      {"animation.mov", ",format=argb", {"-c:v", "qtrle"}},
-      {"bgr0.mkv", ",format=bgr0", {"-c:v", "ffv1"}},
-      {"motion.mov", ",scale=out_color_matrix=bt601:out_range=pc,format=yuvj422p", {"-c:v", "mjpeg", "-q:v", "1"}},
+      {"limited-709.mp4", to709 + "yuv420p", x264 + tag709},
+      {"full-709.mp4", to709full + "yuv420p", full},
+      {"limited-601.mp4", to601 + "yuv420p", x264 + "-colorspace smpte170m -color_range tv"},
+      {"untagged.mkv", to601 + "yuv420p", "-c:v ffv1"},
+      {"422.mp4", to709 + "yuv422p", x264 + tag709},
+      {"444-full.mp4", to709full + "yuv444p", full},
+      {"10-bit.mp4", to709 + "yuv420p10", x264 + tag709},
+      {"10-bit-422-full.mp4", to709full + "yuv422p10", full},
+      {"prores.mov", to709 + "yuv422p10", "-c:v prores_ks" + tag709},
+      {"prores4444.mov", to709 + "yuva444p10", "-c:v prores_ks -profile:v 4444" + tag709},
+      {"rgb.mp4", ",format=gbrp", "-c:v libx264rgb -crf 1"},
+      {"png.mov", ",format=rgb24", "-c:v png"},
+      {"animation.mov", ",format=argb", "-c:v qtrle"},
+      {"bgr0.mkv", ",format=bgr0", "-c:v ffv1"},
+      {"motion.mov", ",scale=out_color_matrix=bt601:out_range=pc,format=yuvj422p", "-c:v mjpeg -q:v 1"},
       {"wide.mp4",
        ",zscale=matrixin=gbr:rangein=full:transferin=709:primariesin=709:matrix=2020_ncl:primaries=2020:transfer=2020_10:range="
        "limited,format=yuv420p10",
-       with(x264, {"-colorspace", "bt2020nc", "-color_primaries", "bt2020", "-color_trc", "bt2020-10"})},
+       x264 + "-colorspace bt2020nc -color_primaries bt2020 -color_trc bt2020-10"},
   };
   for (const auto& test : cases) {
     const auto path = colorClip(test.filters, test.output, test.name);
@@ -139,32 +135,11 @@ TEST(Picture, PassesStoredCodesOnUntouched) {
 }
 
 /// Grey bars of 10-bit codes, tagged as given.
-std::filesystem::path barsClip(const char* transfer) {
-  const std::filesystem::path path = testing::scratchFolder() / (std::string(transfer) + ".mp4");
-  testing::runProgram({"ffmpeg",
-                       "-v",
-                       "error",
-                       "-y",
-                       "-f",
-                       "lavfi",
-                       "-i",
-                       "nullsrc=s=256x64:r=10:d=0.2,format=yuv420p10,geq=lum='64+floor(X/32)*110':cb=512:cr=512",
-                       "-c:v",
-                       "libx265",
-                       "-preset",
-                       "ultrafast",
-                       "-x265-params",
-                       "log-level=none:lossless=1",
-                       "-colorspace",
-                       "bt2020nc",
-                       "-color_primaries",
-                       "bt2020",
-                       "-color_trc",
-                       transfer,
-                       "-color_range",
-                       "tv",
-                       path.string()});
-  return path;
+std::filesystem::path barsClip(const std::string& transfer) {
+  return filteredClip(transfer + ".mp4", "nullsrc=s=256x64:r=10:d=0.2,format=yuv420p10,geq=lum='64+floor(X/32)*110':cb=512:cr=512",
+                      "-c:v libx265 -preset ultrafast -x265-params log-level=none:lossless=1 -colorspace bt2020nc "
+                      "-color_primaries bt2020 -color_range tv -color_trc " +
+                          transfer);
 }
 
 TEST(Picture, MapsHighDynamicRangeToStandard) {
@@ -188,11 +163,8 @@ TEST(Picture, MapsHighDynamicRangeToStandard) {
 }
 
 std::filesystem::path interlacedClip() {
-  const std::filesystem::path path = testing::scratchFolder() / "interlaced.mp4";
-  testing::runProgram({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
-                       "testsrc2=s=320x240:r=50:d=1.2,scroll=h=0.05,format=yuv420p,tinterlace=interleave_top", "-c:v", "libx264",
-                       "-crf", "8", "-flags", "+ilme+ildct", "-x264-params", "tff=1:keyint=8:scenecut=0:bframes=2", path.string()});
-  return path;
+  return filteredClip("interlaced.mp4", "testsrc2=s=320x240:r=50:d=1.2,scroll=h=0.05,format=yuv420p,tinterlace=interleave_top",
+                      "-c:v libx264 -crf 8 -flags +ilme+ildct -x264-params tff=1:keyint=8:scenecut=0:bframes=2");
 }
 
 /// How much neighbouring rows differ from those two apart: large where fields of two moments are woven.
@@ -256,8 +228,8 @@ TEST(Picture, KeepsTransparency) {
   const PictureRef picture = vp9.at(CMTimeMake(1, 1));
   ASSERT_TRUE(picture && picture->hasAlpha());
   EXPECT_EQ(picture->alpha.data[2 * picture->alpha.stride + 2], 0);
-  const auto clip = colorClip(",format=rgba,geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='if(lt(X,64),255,64)',format=argb",
-                              {"-c:v", "qtrle"}, "alpha.mov");
+  const auto clip =
+      colorClip(",format=rgba,geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='if(lt(X,64),255,64)',format=argb", "-c:v qtrle", "alpha.mov");
   const PictureRef half = openPictures(clip).at(kCMTimeZero);
   ASSERT_TRUE(half && half->hasAlpha());
   EXPECT_EQ(half->alpha.data[20 * half->alpha.stride + 20], 255);

@@ -329,10 +329,10 @@ void MediaFileBuilder::placeMovieTrack(size_t trackIndex) {
   }
   source.demuxerShift = header->demuxerShift;
   source.fragmentsFromDts = header->times.durationTicks;
-  MediaExtent extent{header->times.firstPts, header->times.endPts};
+  MediaExtent extent{header->times.firstPts, header->times.endPts, header->times.durationTicks};
   if (isScanned_) {
     const ScannedStream& scan = scans_.at(track.streamIndex);
-    extent = {mediaTicks(source, scan.times.firstPts, scan.firstDts), scan.times.endPts - source.demuxerShift};
+    extent = {mediaTicks(source, scan.times.firstPts, scan.firstDts), scan.times.endPts - source.demuxerShift, 0};
     for (KeyFrame& key : source.keyFrames) key.pts = mediaTicks(source, key.pts, key.dts);
   } else {
     source.keyFrames = header->times.keyFrames;

@@ -45,7 +45,8 @@ class EditBuilder {
     }
     const CMTime available = mediaTime(std::max<int64_t>(0, extent_.endTicks - edit.mediaTime));
     const bool takesAll = isAbsurd || edit.duration == 0 || isWithinOneTick(stated, available);
-    const CMTime duration = takesAll ? available : CMTimeMinimum(stated, available);
+    const CMTime longest = mediaTime(std::max(extent_.endTicks, extent_.lastTicks) - edit.mediaTime);
+    const CMTime duration = takesAll ? available : CMTimeMinimum(stated, longest);
     append(mediaTime(edit.mediaTime), duration);
     if (!isLast && !takesAll) append(kCMTimeInvalid, CMTimeSubtract(stated, duration));
   }

@@ -57,8 +57,11 @@ class PacketScan::Stream {
   }
 
   void jump() {
-    finishDeltas();
+    std::sort(recent_.begin(), recent_.end());
+    takeDeltas(recent_.size() - std::min(recent_.size(), kDeepestReordering));
+    recent_.clear();
     hasPrevious_ = false;
+    unsureSteps_ = kDeepestReordering;
     previousPts_.reset();
     result_.hasJumped = true;
   }
@@ -130,7 +133,9 @@ class PacketScan::Stream {
     SampleTimes& times = result_.times;
     for (size_t i = 0; i < count; ++i) {
       const int64_t delta = recent_[i] - previousShown_;
-      if (hasPrevious_ && delta > 0) {
+      if (unsureSteps_ > 0) {
+        --unsureSteps_;
+      } else if (hasPrevious_ && delta > 0) {
         times.shortestDelta = times.longestDelta == 0 ? delta : std::min(times.shortestDelta, delta);
         times.longestDelta = std::max(times.longestDelta, delta);
         shownTicks_ += delta;
@@ -142,7 +147,7 @@ class PacketScan::Stream {
     recent_.erase(recent_.begin(), recent_.begin() + static_cast<ptrdiff_t>(count));
   }
 
-  static constexpr size_t kSortWindow = 64;
+  static constexpr size_t kSortWindow = 64, kDeepestReordering = 16;
   const AVStream& stream_;
   bool durationsAreTrimmed_;  ///< the last packet's duration is that of the samples that are kept
   bool countsSamples_;        ///< times count samples, durations do not
@@ -151,6 +156,7 @@ class PacketScan::Stream {
   std::vector<int64_t> recent_;
   int64_t previousShown_ = 0;
   bool hasPrevious_ = false;
+  size_t unsureSteps_ = 0;                   ///< beside a jump, some of the pictures between are missing
   int64_t shownTicks_ = 0, shownSteps_ = 0;  ///< from picture to picture, what was left out not counted
   std::optional<int64_t> previousPts_;
   int64_t step_ = 0;  ///< between the last two time stamps
