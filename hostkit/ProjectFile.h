@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "hostkit/ProjectProblem.h"
+#include "hostkit/ProjectSpeed.h"
 #include "vidloom/platform/coregraphics/CGGeometry.h"
 #include "vidloom/platform/coremedia/CMTime.h"
 
@@ -25,6 +26,7 @@ struct ProjectTrack {
   CMTime rightTrim = kCMTimeZero;
   ProjectFit fit = ProjectFit::contain;
   std::optional<CGAffineTransform> transform;  ///< given instead of a fit
+  std::optional<ProjectSpeed> speed;
   bool mute = false;
   std::string pointer;  ///< where the track stands in the file
 };

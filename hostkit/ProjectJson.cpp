@@ -90,6 +90,8 @@ ProjectJsonNode ProjectJsonNode::member(const std::string& key) const {
   return {&*found, jsonPointerTo(pointer, key)};
 }
 
+ProjectJsonNode ProjectJsonNode::element(size_t index) const { return {&(*value)[index], jsonPointerTo(pointer, index)}; }
+
 void ProjectJsonReader::note(const std::string& pointer, const std::string& message) {
   problems_.push_back({file_, pointer, message});
 }
@@ -134,6 +136,17 @@ bool ProjectJsonReader::isArray(const ProjectJsonNode& node) {
   return node.value->is_array();
 }
 
+bool ProjectJsonReader::refuseOtherKeys(const ProjectJsonNode& object, const std::string& what,
+                                        const std::set<std::string>& known) {
+  bool areKnown = true;
+  for (const auto& [key, value] : object.value->items()) {
+    if (known.contains(key)) continue;
+    note(jsonPointerTo(object.pointer, key), "\"" + key + "\" is no key of " + what);
+    areKnown = false;
+  }
+  return areKnown;
+}
+
 ProjectJsonNode ProjectJsonReader::required(const ProjectJsonNode& object, const std::string& key) {
   const ProjectJsonNode node = object.member(key);
   if (!node) note(object.pointer, "the key \"" + key + "\" is missing");
@@ -143,6 +156,12 @@ ProjectJsonNode ProjectJsonReader::required(const ProjectJsonNode& object, const
 std::optional<uint64_t> ProjectJsonReader::wholeNumber(const ProjectJsonNode& node) {
   if (node.value->is_number_unsigned()) return node.value->get<uint64_t>();
   note(node.pointer, "must be a whole number that is not negative");
+  return std::nullopt;
+}
+
+std::optional<double> ProjectJsonReader::number(const ProjectJsonNode& node) {
+  if (node.value->is_number()) return node.value->get<double>();
+  noteType(node, "a number");
   return std::nullopt;
 }
 

@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,8 @@ struct ProjectJsonNode {
 
   /// The member of that name of an object; a null value where there is none.
   ProjectJsonNode member(const std::string& key) const;
+  /// An element of an array that has it.
+  ProjectJsonNode element(size_t index) const;
   explicit operator bool() const { return value != nullptr; }
 };
 
@@ -35,10 +38,13 @@ class ProjectJsonReader {
 
   bool isObject(const ProjectJsonNode& node);
   bool isArray(const ProjectJsonNode& node);
+  /// Notes every member whose name is not in the list; whether there is none.
+  bool refuseOtherKeys(const ProjectJsonNode& object, const std::string& what, const std::set<std::string>& known);
   /// The member of that name; noted where it is missing.
   ProjectJsonNode required(const ProjectJsonNode& object, const std::string& key);
 
   std::optional<uint64_t> wholeNumber(const ProjectJsonNode& node);
+  std::optional<double> number(const ProjectJsonNode& node);
   std::optional<bool> boolean(const ProjectJsonNode& node);
   std::optional<std::string> string(const ProjectJsonNode& node);
   /// One of these words, by its place in the list.

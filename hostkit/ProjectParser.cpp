@@ -18,17 +18,12 @@ bool isInside(const std::filesystem::path& path, const std::filesystem::path& fo
 }  // namespace
 
 const ProjectParser::TrackKey ProjectParser::kTrackKeys[] = {
-    {"id", &ProjectParser::readNothing},
-    {"type", &ProjectParser::readNothing},
-    {"source", &ProjectParser::readSource},
-    {"start", &ProjectParser::readStart},
-    {"leftTrim", &ProjectParser::readLeftTrim},
-    {"rightTrim", &ProjectParser::readRightTrim},
-    {"fit", &ProjectParser::readFit},
-    {"transform", &ProjectParser::readTransform},
-    {"mute", &ProjectParser::readMute},
-    {"crop", nullptr},
-    {"speed", nullptr},
+    {"id", &ProjectParser::readNothing},        {"type", &ProjectParser::readNothing},
+    {"source", &ProjectParser::readSource},     {"start", &ProjectParser::readStart},
+    {"leftTrim", &ProjectParser::readLeftTrim}, {"rightTrim", &ProjectParser::readRightTrim},
+    {"fit", &ProjectParser::readFit},           {"transform", &ProjectParser::readTransform},
+    {"mute", &ProjectParser::readMute},         {"crop", nullptr},
+    {"speed", &ProjectParser::readSpeed},
 };
 
 ProjectParser::ProjectParser(const std::filesystem::path& file, const ProjectOptions& options, ProjectProblems& problems)
@@ -41,21 +36,15 @@ ProjectParser::ProjectParser(const std::filesystem::path& file, const ProjectOpt
 std::optional<ProjectFile> ProjectParser::parse(const nlohmann::json& document) {
   const ProjectJsonNode root{&document, ""};
   if (!reader_.isObject(root)) return std::nullopt;
-  refuseOtherKeys(root, "a project", {"vidloom", "renderSize", "fps", "instructions"});
+  reader_.refuseOtherKeys(root, "a project", {"vidloom", "renderSize", "fps", "instructions"});
   readHead(root);
   const ProjectJsonNode instructions = reader_.required(root, "instructions");
   if (instructions && reader_.isArray(instructions)) {
     for (size_t i = 0; i < instructions.value->size(); ++i) {
-      result_.instructions.push_back(readInstruction({&(*instructions.value)[i], jsonPointerTo(instructions.pointer, i)}));
+      result_.instructions.push_back(readInstruction(instructions.element(i)));
     }
   }
   return result_;
-}
-
-void ProjectParser::refuseOtherKeys(const ProjectJsonNode& object, const std::string& what, const std::set<std::string>& known) {
-  for (const auto& [key, value] : object.value->items()) {
-    if (!known.contains(key)) reader_.note(jsonPointerTo(object.pointer, key), "\"" + key + "\" is no key of " + what);
-  }
 }
 
 void ProjectParser::readHead(const ProjectJsonNode& root) {
@@ -91,13 +80,13 @@ void ProjectParser::readRenderSize(const ProjectJsonNode& value) {
 ProjectInstruction ProjectParser::readInstruction(const ProjectJsonNode& node) {
   ProjectInstruction instruction;
   if (!reader_.isObject(node)) return instruction;
-  refuseOtherKeys(node, "an instruction", {"id", "start", "tracks"});
+  reader_.refuseOtherKeys(node, "an instruction", {"id", "start", "tracks"});
   readId(node, instruction.id, instructionIds_, "instruction");
   if (const auto start = node.member("start")) readTime(start, instruction.start);
   const ProjectJsonNode tracks = node.member("tracks");
   if (!tracks || !reader_.isArray(tracks)) return instruction;
   for (size_t i = 0; i < tracks.value->size(); ++i) {
-    instruction.tracks.push_back(readTrack({&(*tracks.value)[i], jsonPointerTo(tracks.pointer, i)}));
+    instruction.tracks.push_back(readTrack(tracks.element(i)));
   }
   return instruction;
 }
@@ -180,6 +169,10 @@ void ProjectParser::readFit(const ProjectJsonNode& value, ProjectTrack& track) {
 void ProjectParser::readTransform(const ProjectJsonNode& value, ProjectTrack& track) {
   const auto n = reader_.numbers(value, 6);
   if (n) track.transform = CGAffineTransformMake((*n)[0], (*n)[1], (*n)[2], (*n)[3], (*n)[4], (*n)[5]);
+}
+
+void ProjectParser::readSpeed(const ProjectJsonNode& value, ProjectTrack& track) {
+  track.speed = vidloom::readSpeed(reader_, value);
 }
 
 void ProjectParser::readMute(const ProjectJsonNode& value, ProjectTrack& track) {

@@ -25,8 +25,6 @@ class ProjectParser {
   };
   static const TrackKey kTrackKeys[];
 
-  /// Notes every member whose name is not in the list.
-  void refuseOtherKeys(const ProjectJsonNode& object, const std::string& what, const std::set<std::string>& known);
   void readHead(const ProjectJsonNode& root);
   void readRenderSize(const ProjectJsonNode& value);
   ProjectInstruction readInstruction(const ProjectJsonNode& node);
@@ -43,6 +41,7 @@ class ProjectParser {
   void readRightTrim(const ProjectJsonNode& value, ProjectTrack& track);
   void readFit(const ProjectJsonNode& value, ProjectTrack& track);
   void readTransform(const ProjectJsonNode& value, ProjectTrack& track);
+  void readSpeed(const ProjectJsonNode& value, ProjectTrack& track);
   void readMute(const ProjectJsonNode& value, ProjectTrack& track);
 
   ProjectOptions options_;

@@ -6,6 +6,7 @@
 #include "hostkit/ProjectMediaTrack.h"
 #include "hostkit/TimeText.h"
 #include "vidloom/platform/avfoundation/AVURLAsset.h"
+#include "vidloom/speed/SpeedProblem.h"
 #include "vidloom/timeline/LUMComposition.h"
 #include "vidloom/timeline/LUMInstruction.h"
 
@@ -44,9 +45,11 @@ class TimelineMaker {
     } else if (made->videoTrack() != nullptr) {
       made->setTransform(transformOfFit(track.fit, made->aspectSize(), made->preferredTransform(), project_.renderSize));
     }
-    if (CMTimeCompare(made->duration(), kCMTimeZero) <= 0) {
+    if (CMTimeCompare(made->internalDuration(), kCMTimeZero) <= 0) {
       return refuse(track, "the trims leave nothing of its " + exactTextFromTime(made->assetDuration()) + " seconds");
     }
+    if (track.speed) made->setScaleContext(scaleContextOf(*track.speed));
+    if (const auto problem = speedProblemOf(made)) return refuse(track, *problem);
     return made;
   }
 

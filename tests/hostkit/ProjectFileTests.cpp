@@ -7,6 +7,8 @@
 #include <fstream>
 
 #include "hostkit/TimeText.h"
+#include "vidloom/speed/LUMScalePoint.h"
+#include "vidloom/speed/PWBezier.h"
 
 namespace vidloom {
 namespace {
@@ -108,12 +110,64 @@ TEST_F(ProjectFileTest, NotesWhatIsWrongWithATrackAndWhere) {
       {R"("type":"image")", at + "/type: \"type\": \"image\" is not supported by native composition"},
       {R"("type":"text")", at + "/type: \"type\": \"text\" is not supported by native composition"},
       {R"("crop":{"percent":[0,0,1,1]})", at + "/crop: \"crop\" is not supported by native composition"},
-      {R"("speed":2)", at + "/speed: \"speed\" is not supported by native composition"},
+      {R"("speed":"2")", at + "/speed: must be a number or a curve, not string"},
       {R"("duration":3)", at + "/duration: \"duration\" is no key of a media track"},
       {R"("a/b~c":3)", at + "/a~1b~0c: \"a/b~c\" is no key of a media track"},
       {R"("mute":true,"mute":false)", at + "/mute: the key \"mute\" stands here twice"},
   };
   for (const Row& row : rows) EXPECT_THAT(problemsOf(withTrack(row.members)), testing::ElementsAre(row.problem)) << row.members;
+}
+
+TEST_F(ProjectFileTest, ReadsConstantSpeedsAndCurves) {
+  const auto constant = read(withTrack(R"("speed":2.5)"));
+  ASSERT_TRUE(constant) << problems_.front().text();
+  EXPECT_EQ(std::get<double>(*constant->instructions[0].tracks[0].speed), 2.5);
+
+  const auto drawn = read(withTrack(R"("speed":{"box":[10,20,400,200],"offsets":[0.5,"1/3"],
+    "points":[{"x":0,"y":120},{"x":0.25,"y":60},{"x":1,"y":220}],
+    "curves":[[[10,120],[20,120],[30,60],[110,60]],[[110,60],[150,60],[200,220],[410,220]]]})"));
+  ASSERT_TRUE(drawn) << problems_.front().text();
+  const auto context = scaleContextOf(*drawn->instructions[0].tracks[0].speed);
+  EXPECT_EQ(context->box(), CGRectMake(10, 20, 400, 200));
+  EXPECT_EQ(exactTextFromTime(context->offsets().leftOffset), "1/2");
+  EXPECT_EQ(exactTextFromTime(context->offsets().rightOffset), "1/3");
+  ASSERT_EQ(context->points().size(), 3U);
+  EXPECT_EQ(context->points()[1]->x(), 0.25f);
+  EXPECT_EQ(context->points()[1]->center(), CGPointMake(110, 60));
+  ASSERT_EQ(context->beziers().size(), 2U);
+  EXPECT_EQ(context->beziers()[1]->C2(), CGPointMake(200, 220));
+
+  const auto straight = read(withTrack(R"("speed":{"box":[0,0,90,100],"points":[{"x":0,"y":50},{"x":1,"y":20}]})"));
+  ASSERT_TRUE(straight) << problems_.front().text();
+  const auto lines = scaleContextOf(*straight->instructions[0].tracks[0].speed)->beziers();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(lines[0]->C0(), CGPointMake(0, 50));
+  EXPECT_EQ(lines[0]->C1(), CGPointMake(30, 40));
+  EXPECT_EQ(lines[0]->C3(), CGPointMake(90, 20));
+}
+
+TEST_F(ProjectFileTest, NotesWhatIsWrongWithASpeedCurve) {
+  const std::string at = "/instructions/0/tracks/0/speed";
+  const std::string box = R"("box":[0,0,1,1])", points = R"("points":[{"x":0,"y":1},{"x":1,"y":1}])";
+  const std::pair<std::string, std::string> rows[] = {
+      {box, ": the key \"points\" is missing"},
+      {points, ": the key \"box\" is missing"},
+      {R"("box":[0,0,1,0],)" + points, "/box: width and height must be greater than 0"},
+      {box + "," + points + R"(,"speed":2)", "/speed: \"speed\" is no key of a speed curve"},
+      {box + R"(,"points":[{"x":0,"y":1}])", "/points: must be 2 points or more"},
+      {box + R"(,"points":[{"x":0,"y":1},{"x":1.5,"y":1}])", "/points/1/x: must lie between 0 and 1"},
+      {box + R"(,"points":[{"x":0.5,"y":1},{"x":0.25,"y":1}])", "/points/1/x: lies before the x of the point before"},
+      {box + R"(,"points":[{"x":0,"y":1},{"x":1}])", "/points/1: the key \"y\" is missing"},
+      {box + R"(,"points":[{"x":0,"y":1},{"x":1,"y":"1"}])", "/points/1/y: must be a number, not string"},
+      {box + "," + points + R"(,"offsets":[0])", "/offsets: must be an array of 2 times"},
+      {box + "," + points + R"(,"offsets":[0,-1])", "/offsets/1: the time is negative"},
+      {box + "," + points + R"(,"curves":[])", "/curves: must be 1, one between each two points, not 0"},
+      {box + "," + points + R"(,"curves":[[[0,0],[0,0],[0,0]]])", "/curves/0: must be an array of 4 points [x, y]"},
+      {box + "," + points + R"(,"curves":[[[0,0],[0,0],[0,0],[0]]])", "/curves/0/3: must be an array of 2 numbers"},
+  };
+  for (const auto& [members, problem] : rows) {
+    EXPECT_THAT(problemsOf(withTrack("\"speed\":{" + members + "}")), testing::ElementsAre(at + problem)) << members;
+  }
 }
 
 TEST_F(ProjectFileTest, NotesWhatIsWrongWithTheRest) {

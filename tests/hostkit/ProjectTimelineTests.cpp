@@ -81,6 +81,30 @@ TEST(ProjectTimeline, NotesSourcesThatCannotBeUsed) {
   EXPECT_THAT(problems[1].text(), ::testing::StartsWith("p.json:/t/2: text.mp4: "));
 }
 
+TEST(ProjectTimeline, RefusesSpeedsThatLeaveNoLength) {
+  const auto path = clipWithSound(0);
+  // From the middle of the box, 1, to below its largest y, where the speed reaches zero and goes on falling.
+  const auto falling = [](double lowest) { return ProjectSpeedCurve{CGRectMake(0, 0, 100, 100), {}, {{0, 50}, {1, lowest}}, {}}; };
+  const std::pair<ProjectSpeed, std::string> rows[] = {
+      {0.0, "track 7: the speed is zero or no number at 0 s of its content"},
+      {-2.0, "track 7: the speed is negative at 0 s of its content"},
+      {1e300, "track 7: its speed is so high that nothing is left of its length"},
+      {falling(112.5), ""},  // zero only at the very end, where no segment begins
+      {falling(150), "track 7: the speed is negative at 1.3 s of its content"},
+      {ProjectSpeedCurve{CGRectMake(0, 0, 1, 1), {CMTimeMake(1, 1), CMTimeMake(1, 1)}, {{0, 0}, {1, 0}}, {}},
+       "track 7: the offsets of its speed leave nothing of its content"},
+  };
+  for (const auto& [speed, problem] : rows) {
+    ProjectTrack track = trackOf(7, path);
+    track.speed = speed;
+    ProjectProblems problems;
+    const auto timeline = timelineOfProject(projectOf({track}), {}, problems);
+    EXPECT_EQ(timeline != nullptr, problem.empty()) << problem;
+    ASSERT_EQ(problems.size(), problem.empty() ? 0U : 1U) << problem;
+    for (const ProjectProblem& noted : problems) EXPECT_EQ(noted.text(), "p.json:/t/7: " + track.source + ": " + problem);
+  }
+}
+
 TEST(ProjectTimeline, StopsBetweenFilesWhenItIsCancelled) {
   int asked = 0;
   ProjectProblems problems;

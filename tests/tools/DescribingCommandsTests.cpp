@@ -82,8 +82,20 @@ TEST_F(DescribingCommandsTest, PlacementPrintsALineForEachSegmentAndDrawsThem) {
   }
 }
 
+TEST_F(DescribingCommandsTest, PlacementDrawsTheSpeedOfATrackOverTime) {
+  folder_.write("p.json", project(R"({"id":10,"source":"clip.mp4","speed":{"box":[0,0,100,100],
+                                     "points":[{"x":0,"y":50},{"x":1,"y":0}]}},
+                                     {"id":11,"source":"clip.mp4","start":5,"speed":0.5})"));
+  const CommandResult result = run({"placement", "p.json", "--svg", "p.svg"});
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("source 0 +2  target 6 +4  track 11\n"));
+  const std::string drawing = folder_.read("p.svg");
+  // The last of the twenty segments begins at 95 % of the way from 1 to 10.
+  for (const std::string text : {">1.00x<", ">9.55x<", ">0.50x<", "class=\"speed\""}) EXPECT_THAT(drawing, HasSubstr(text));
+}
+
 TEST_F(DescribingCommandsTest, ValidatePrintsEveryProblem) {
-  folder_.write("p.json", project(R"({"id":10,"source":"none.mp4","speed":2},{"id":10,"source":"clip.mp4"})"));
+  folder_.write("p.json", project(R"({"id":10,"source":"none.mp4","speed":"2"},{"id":10,"source":"clip.mp4"})"));
   const CommandResult result = run({"validate", "p.json"});
   EXPECT_EQ(result.exitCode, 3);
   for (const std::string line : {"p.json:/instructions/0/tracks/0/source: none.mp4",

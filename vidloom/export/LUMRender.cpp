@@ -4,8 +4,10 @@
 #include "vidloom/compositing/LUMAVCompositionInstruction.h"
 #include "vidloom/platform/avfoundation/AVError.h"
 #include "vidloom/platform/foundation/NSFileManager.h"
+#include "vidloom/speed/SpeedProblem.h"
 #include "vidloom/timeline/LUMComposition.h"
 #include "vidloom/timeline/LUMGlobal.h"
+#include "vidloom/timeline/LUMInstruction.h"
 
 namespace vidloom {
 namespace {
@@ -16,6 +18,16 @@ constexpr int64_t kPauseNs = 5'000'000;
 
 NSError renderError(const std::string& text) {
   return NSError::errorWithDomain("LUMRender", -1, {{NSLocalizedDescriptionKey, text}});
+}
+
+std::optional<std::string> speedProblemIn(const std::shared_ptr<LUMComposition>& composition) {
+  if (!composition) return std::nullopt;
+  for (const auto& instruction : composition->getCompositionInstructions()) {
+    for (const auto& track : instruction->getInstructionTracks()) {
+      if (auto problem = speedProblemOf(track)) return problem;
+    }
+  }
+  return std::nullopt;
 }
 
 NSError cancelledError() {
@@ -161,6 +173,7 @@ void LUMRender::handDrawDelegate(const LUMAVCompositionData& data) const {
 }
 
 std::optional<NSError> LUMRender::connect(RenderSession& session, bool expectsMediaDataInRealTime) {
+  if (const auto problem = speedProblemIn(composition_)) return renderError("LUMRender cannot export " + *problem);
   CMTimeRange range = timeRange();
   if (CMTIMERANGE_IS_INVALID(range)) range = CMTimeRangeMake(kCMTimeZero, composition_ ? composition_->duration() : CMTime{});
   if (auto error = session.makeReader(range)) return error;
