@@ -6,10 +6,14 @@ namespace vidloom {
 
 class CGColorSpace {
  public:
-  CGColorSpace(CGColorSpaceModel model, std::optional<std::string> name) : model(model), name(std::move(name)) {}
+  CGColorSpace(CGColorSpaceModel model, std::optional<std::string> name) : model_(model), name_(std::move(name)) {}
 
-  const CGColorSpaceModel model;
-  const std::optional<std::string> name;
+  CGColorSpaceModel model() const { return model_; }
+  const std::optional<std::string>& name() const { return name_; }
+
+ private:
+  const CGColorSpaceModel model_;
+  const std::optional<std::string> name_;
 };
 
 CGColorSpaceRef CGColorSpaceCreateWithName(const std::string& name) {
@@ -32,8 +36,8 @@ CGColorSpaceRef CGColorSpaceCreateIndexed(const CGColorSpaceRef& baseSpace) {
   return baseSpace ? std::make_shared<CGColorSpace>(kCGColorSpaceModelIndexed, std::nullopt) : nullptr;
 }
 
-CGColorSpaceModel CGColorSpaceGetModel(const CGColorSpaceRef& space) { return space ? space->model : kCGColorSpaceModelUnknown; }
+CGColorSpaceModel CGColorSpaceGetModel(const CGColorSpaceRef& space) { return space ? space->model() : kCGColorSpaceModelUnknown; }
 
-std::optional<std::string> CGColorSpaceCopyName(const CGColorSpaceRef& space) { return space ? space->name : std::nullopt; }
+std::optional<std::string> CGColorSpaceCopyName(const CGColorSpaceRef& space) { return space ? space->name() : std::nullopt; }
 
 }  // namespace vidloom

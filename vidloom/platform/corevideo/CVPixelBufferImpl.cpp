@@ -122,13 +122,8 @@ std::string CVPixelBuffer::attachmentLocked(const std::string& key) const {
 bool CVPixelBuffer::isOpaque() const {
   if (layout_.planeCount > 0) return true;
   const CVPixelPlane& plane = layout_.planes[0];
-  for (size_t y = 0; y < plane.height; ++y) {
-    const uint8_t* row = memory_.get() + y * plane.bytesPerRow;
-    uint8_t all = 255;
-    for (size_t x = 0; x < plane.width; ++x) all &= row[4 * x + 3];
-    if (all != 255) return false;
-  }
-  return true;
+  return isOpaqueBGRA(memory_.get(), static_cast<ptrdiff_t>(plane.bytesPerRow), static_cast<int>(plane.width),
+                      static_cast<int>(plane.height));
 }
 
 }  // namespace vidloom

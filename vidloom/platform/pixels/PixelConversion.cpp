@@ -230,6 +230,16 @@ void convertBGRAToBiplanar(const uint8_t* bgra, ptrdiff_t stride, int width, int
   }
 }
 
+bool isOpaqueBGRA(const uint8_t* bgra, ptrdiff_t stride, int width, int height) {
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* row = bgra + y * stride;
+    uint8_t all = 255;
+    for (int x = 0; x < width; ++x) all &= row[kBytesPerPixel * x + 3];
+    if (all != 255) return false;
+  }
+  return true;
+}
+
 void convertColor(const Picture& picture, MutablePicture& destination) {
   if (picture.color.matrix == destination.color.matrix) {
     const PictureRange range = PictureRange::between(picture.color.fullRange, destination.color.fullRange);

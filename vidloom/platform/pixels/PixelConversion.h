@@ -42,6 +42,9 @@ void convertBGRAToBiplanar(const uint8_t* bgra, ptrdiff_t stride, int width, int
 void convertBiplanarToBGRA(const BiplanarPlanes& source, int width, int height, ColorMatrix matrix, bool fullRange, uint8_t* bgra,
                            ptrdiff_t stride);
 
+/// Whether every pixel's alpha is 255.
+bool isOpaqueBGRA(const uint8_t* bgra, ptrdiff_t stride, int width, int height);
+
 /// The picture in the destination's matrix and range; sizes are equal. Alpha is copied where both have it.
 void convertColor(const Picture& picture, MutablePicture& destination);
 
