@@ -1,6 +1,7 @@
 // Points, sizes, rectangles and affine transforms in double precision.
 #pragma once
 
+#include <limits>
 #include <ostream>
 #include <string>
 
@@ -31,6 +32,11 @@ struct CGAffineTransform {
 inline constexpr CGPoint CGPointZero{};
 inline constexpr CGSize CGSizeZero{};
 inline constexpr CGRect CGRectZero{};
+/// No rectangle at all: the intersection of two that do not meet.
+inline constexpr CGRect CGRectNull{{std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()}, {}};
+/// The whole plane.
+inline constexpr CGRect CGRectInfinite{{-std::numeric_limits<double>::max() / 2, -std::numeric_limits<double>::max() / 2},
+                                       {std::numeric_limits<double>::max(), std::numeric_limits<double>::max()}};
 inline constexpr CGAffineTransform CGAffineTransformIdentity{1, 0, 0, 1, 0, 0};
 
 constexpr CGPoint CGPointMake(double x, double y) { return {x, y}; }
@@ -47,6 +53,20 @@ double CGRectGetMaxX(const CGRect& rect);
 double CGRectGetMinY(const CGRect& rect);
 double CGRectGetMidY(const CGRect& rect);
 double CGRectGetMaxY(const CGRect& rect);
+
+bool CGRectIsNull(const CGRect& rect);
+/// True for a rectangle without area and for CGRectNull.
+bool CGRectIsEmpty(const CGRect& rect);
+bool CGRectIsInfinite(const CGRect& rect);
+bool CGRectContainsRect(const CGRect& rect1, const CGRect& rect2);
+/// CGRectNull where they do not meet.
+CGRect CGRectIntersection(const CGRect& r1, const CGRect& r2);
+/// The smallest rectangle that holds both; of an empty one only the other counts.
+CGRect CGRectUnion(const CGRect& r1, const CGRect& r2);
+/// The smallest rectangle with whole numbers that holds it.
+CGRect CGRectIntegral(const CGRect& rect);
+/// The smallest rectangle that holds the transformed one. CGRectNull and CGRectInfinite stay what they are.
+CGRect CGRectApplyAffineTransform(const CGRect& rect, const CGAffineTransform& transform);
 
 /// The transform that applies t1 first and then t2.
 CGAffineTransform CGAffineTransformConcat(const CGAffineTransform& t1, const CGAffineTransform& t2);
