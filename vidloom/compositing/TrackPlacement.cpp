@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <random>
+#include <utility>
 
 #include "vidloom/platform/avfoundation/AVAsset.h"
 #include "vidloom/speed/LUMScaleContext.h"
@@ -138,16 +139,20 @@ void TrackPlacement::placeAudio(const std::shared_ptr<LUMTrack>& track, const st
 }
 
 void TrackPlacement::fillStillSlots(uint64_t fps) {
+  std::shared_ptr<AVAsset> footage;
   for (const auto& item : items_) {
     const auto& inner = item->innerTracks();
-    if (!inner.empty() && inner.back()->isContentStatic()) fillStillSlot(*item->track(), *inner.back(), fps);
+    if (inner.empty() || !inner.back()->isContentStatic()) continue;
+    const CMTimeRange slot = inner.back()->trackGlobalTimeRange();
+    item->track()->removeTimeRange(slot);
+    // One file for all slots: to open it costs more than all the rest.
+    if (!footage) footage = LUMGlobal::LUMEmptyFootageForFPS(fps);
+    fillStillSlot(*item->track(), slot, footage);
   }
 }
 
-void TrackPlacement::fillStillSlot(AVMutableCompositionTrack& slotTrack, const LUMTrack& still, uint64_t fps) {
-  const CMTimeRange slot = still.trackGlobalTimeRange();
-  slotTrack.removeTimeRange(slot);
-  const auto footage = LUMGlobal::LUMEmptyFootageForFPS(fps);
+void TrackPlacement::fillStillSlot(AVMutableCompositionTrack& slotTrack, const CMTimeRange& slot,
+                                   const std::shared_ptr<AVAsset>& footage) {
   if (!footage) {
     LUMGlobal::LUMLog("Empty footage is NULL from call method LUMAVCompositionInstruction.finish()");
     return;
@@ -167,16 +172,19 @@ void TrackPlacement::fillStillSlot(AVMutableCompositionTrack& slotTrack, const L
     LUMGlobal::LUMLog("Cannot insert empty footage in LUMAVCompositionInstruction.finish() :" + error->description());
 }
 
-std::optional<CMPersistentTrackID> TrackPlacement::videoTrackIDOf(const std::shared_ptr<LUMTrack>& track) const {
-  if (!track) return std::nullopt;
+const AVMutableCompositionTrack_Item* TrackPlacement::videoItemOf(uint64_t objectId) const {
   for (auto item = items_.rbegin(); item != items_.rend(); ++item) {
     if ((*item)->mediaType() != AVMediaTypeVideo) continue;
-    const auto& inner = (*item)->innerTracks();
-    const bool holds =
-        std::any_of(inner.begin(), inner.end(), [id = track->objectId()](const auto& other) { return other->objectId() == id; });
-    if (holds) return (*item)->track()->trackID();
+    const auto& inner = std::as_const(**item).innerTracks();
+    if (std::any_of(inner.begin(), inner.end(), [&](const auto& track) { return track->objectId() == objectId; }))
+      return item->get();
   }
-  return std::nullopt;
+  return nullptr;
+}
+
+std::optional<CMPersistentTrackID> TrackPlacement::videoTrackIDOf(const std::shared_ptr<LUMTrack>& track) const {
+  const auto* item = track ? videoItemOf(track->objectId()) : nullptr;
+  return item ? std::optional(item->track()->trackID()) : std::nullopt;
 }
 
 }  // namespace vidloom

@@ -18,7 +18,7 @@ namespace vidloom {
 class LUMScaleTime;
 class LUMTrack;
 
-/// Used on one thread, except videoTrackIDOf, which any thread may ask once the placement is finished.
+/// Used on one thread, except videoItemOf and videoTrackIDOf, which any thread may ask once the placement is finished.
 class TrackPlacement {
  public:
   using Items = std::vector<std::shared_ptr<AVMutableCompositionTrack_Item>>;
@@ -42,6 +42,8 @@ class TrackPlacement {
              const VideoInserted& videoInserted = {});
   /// Puts blank footage of that frame rate under the last still of each composition track.
   void fillStillSlots(uint64_t fps);
+  /// The last video track that carries a track with that object id; null where none does.
+  const AVMutableCompositionTrack_Item* videoItemOf(uint64_t objectId) const;
   std::optional<CMPersistentTrackID> videoTrackIDOf(const std::shared_ptr<LUMTrack>& track) const;
 
  private:
@@ -57,7 +59,7 @@ class TrackPlacement {
                   const std::shared_ptr<AVMutableComposition>& composition, const VideoInserted& videoInserted);
   void placeAudio(const std::shared_ptr<LUMTrack>& track, const std::shared_ptr<AVAssetTrack>& source, const ScaleTimes& scaleTimes,
                   const std::shared_ptr<AVMutableComposition>& composition);
-  void fillStillSlot(AVMutableCompositionTrack& slotTrack, const LUMTrack& still, uint64_t fps);
+  static void fillStillSlot(AVMutableCompositionTrack& slotTrack, const CMTimeRange& slot, const std::shared_ptr<AVAsset>& footage);
 
   Items items_;
   Lane video_;
