@@ -65,14 +65,13 @@ foreach(header IN LISTS VIDLOOM_PUBLIC_HEADERS)
   get_filename_component(folder "${header}" DIRECTORY)
   install(FILES "${PROJECT_SOURCE_DIR}/${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}")
 endforeach()
-if(EXISTS "${PROJECT_SOURCE_DIR}/vidloom/resources")
-  install(DIRECTORY "${PROJECT_SOURCE_DIR}/vidloom/resources/" DESTINATION "${CMAKE_INSTALL_DATADIR}/vidloom" FILES_MATCHING PATTERN "*.mp4")
-endif()
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/vidloom/resources/" DESTINATION "${CMAKE_INSTALL_DATADIR}/vidloom"
+        FILES_MATCHING PATTERN "*.mp4" PATTERN "InstalledResources.cpp")
 
 set(VIDLOOM_PACKAGE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/Vidloom")
 install(EXPORT VidloomTargets NAMESPACE Vidloom:: DESTINATION "${VIDLOOM_PACKAGE_DIR}")
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/VidloomConfig.cmake.in" "${PROJECT_BINARY_DIR}/VidloomConfig.cmake"
-                              INSTALL_DESTINATION "${VIDLOOM_PACKAGE_DIR}")
+                              INSTALL_DESTINATION "${VIDLOOM_PACKAGE_DIR}" PATH_VARS CMAKE_INSTALL_DATADIR)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/VidloomConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/VidloomConfig.cmake" "${PROJECT_BINARY_DIR}/VidloomConfigVersion.cmake"
         DESTINATION "${VIDLOOM_PACKAGE_DIR}")

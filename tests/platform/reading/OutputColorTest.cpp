@@ -53,6 +53,22 @@ TEST(OutputColor, IsThatOfTheSourcesWhereAllAgreeAndBT709Otherwise) {
   }
 }
 
+TEST(OutputColor, LeavesBlankFootageOutOfIt) {
+  const auto blank = FakeFile::video("blank", 30, {0}, 16, 16), film = FakeFile::steadyVideo("film", 30, 1, 30);
+  blank->tracks_[0].color = k601;
+  film->tracks_[0].color = kPal;
+  const auto composition = AVMutableVideoComposition::videoComposition();
+  const auto colorOfFiles = [&](const std::vector<std::shared_ptr<FakeFile>>& files) {
+    std::vector<MediaSegment> segments;
+    for (const auto& file : files) segments.push_back(segment(file, seconds(0), seconds(1), kCMTimeZero));
+    return outputColor(*composition, {std::make_shared<FakeTrack>(1, AVMediaTypeVideo, segments)});
+  };
+  EXPECT_EQ(colorOfFiles({film, blank}), kPal);
+  EXPECT_EQ(colorOfFiles({blank}), k709);
+  blank->tracks_[0].colorIsTagged = true;
+  EXPECT_EQ(colorOfFiles({blank}), k601) << "a small picture that says what it is";
+}
+
 TEST(OutputColor, IsWhatTheCompositionSaysFirst) {
   const auto composition = AVMutableVideoComposition::videoComposition();
   composition->setColorYCbCrMatrix(AVVideoYCbCrMatrix_ITU_R_709_2);

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <memory>
+#include <mutex>
 
 namespace vidloom {
 
@@ -24,8 +25,23 @@ std::vector<std::filesystem::path> foldersBeside(const std::filesystem::path& bi
   return {above / "share/vidloom", above.parent_path() / "share/vidloom"};
 }
 
+/// Filled before main() begins, by files in any order; never taken down.
+struct AddedFolders {
+  static AddedFolders& shared() {
+    static AddedFolders& instance = *std::make_unique<AddedFolders>().release();
+    return instance;
+  }
+  std::mutex mutex;
+  std::vector<std::filesystem::path> folders;
+};
+
 NSBundle makeLibraryBundle() {
   auto folders = foldersBeside(ownBinary());
+  {
+    AddedFolders& added = AddedFolders::shared();
+    const std::lock_guard lock(added.mutex);
+    folders.insert(folders.end(), added.folders.begin(), added.folders.end());
+  }
   folders.emplace_back(VIDLOOM_INSTALLED_RESOURCES);
   folders.emplace_back(VIDLOOM_SOURCE_RESOURCES);
   return NSBundle(std::move(folders));
@@ -38,6 +54,12 @@ NSBundle NSBundle::bundleForBinary(const std::filesystem::path& binary) { return
 const NSBundle& NSBundle::bundleForLibrary() {
   static const NSBundle& instance = *std::make_unique<NSBundle>(makeLibraryBundle()).release();
   return instance;
+}
+
+void NSBundle::addFolderForLibrary(const std::filesystem::path& folder) {
+  AddedFolders& added = AddedFolders::shared();
+  const std::lock_guard lock(added.mutex);
+  added.folders.push_back(folder);
 }
 
 std::filesystem::path NSBundle::pathForResource(const std::string& name, const std::string& type) const {

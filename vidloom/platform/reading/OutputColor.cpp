@@ -14,13 +14,20 @@ namespace {
 const std::string* const kColorKeys[] = {&kCVImageBufferColorPrimariesKey, &kCVImageBufferTransferFunctionKey,
                                          &kCVImageBufferYCbCrMatrixKey};
 
+constexpr int kMacroblockSide = 16;
+
+bool isPlaceholder(const MediaTrack& track) {
+  return !track.colorIsTagged && track.codedWidth <= kMacroblockSide && track.codedHeight <= kMacroblockSide;
+}
+
 std::vector<PictureColor> sourceColors(const std::vector<std::shared_ptr<AVAssetTrack>>& videoTracks) {
   std::set<std::pair<const MediaFile*, int>> seen;
   std::vector<PictureColor> colors;
   for (const auto& track : videoTracks) {
     for (const MediaSegment& segment : track->mediaSegments()) {
       if (segment.isEmpty() || !seen.emplace(segment.file.get(), segment.trackIndex).second) continue;
-      colors.push_back(segment.file->tracks()[static_cast<size_t>(segment.trackIndex)].color);
+      const MediaTrack& media = segment.file->tracks()[static_cast<size_t>(segment.trackIndex)];
+      if (!isPlaceholder(media)) colors.push_back(media.color);
     }
   }
   return colors;

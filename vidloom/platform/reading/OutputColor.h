@@ -13,7 +13,7 @@
 namespace vidloom {
 
 /// What the composition's colour properties say; each one that is not set is that of the sources where all of them agree, else
-/// BT.709. Always limited range.
+/// BT.709. Untagged sources of a macroblock's size are not asked: they stand for footage that is not there. Always limited range.
 PictureColor outputColor(const AVMutableVideoComposition& composition,
                          const std::vector<std::shared_ptr<AVAssetTrack>>& videoTracks);
 
