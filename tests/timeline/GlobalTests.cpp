@@ -95,8 +95,14 @@ TEST(Global, blankClipsExistForTheAvailableRatesOnly) {
   EXPECT_EQ(LUMGlobal::LUMEmptyFootageForFPS(24), nullptr);
   EXPECT_THAT(lines, testing::ElementsAre("[LUMLog] This fps - 24 not supported"));
   EXPECT_THAT(LUMGlobal::availableFrameRates(), testing::ElementsAre(15, 25, 30, 60));
-  for (const uint64_t fps : LUMGlobal::availableFrameRates()) EXPECT_NE(LUMGlobal::LUMEmptyFootageForFPS(fps), nullptr) << fps;
   NSLogSetSink(before);
+  for (const uint64_t fps : LUMGlobal::availableFrameRates()) {
+    const auto tracks = LUMGlobal::LUMEmptyFootageForFPS(fps)->tracks();
+    ASSERT_EQ(tracks.size(), 1u) << fps;
+    EXPECT_EQ(tracks[0]->mediaType(), AVMediaTypeVideo);
+    EXPECT_TRUE(CMTimeRangeEqual(tracks[0]->timeRange(), {kCMTimeZero, CMTimeMake(2, 1)})) << tracks[0]->timeRange();
+    EXPECT_EQ(tracks[0]->nominalFrameRate(), static_cast<float>(fps));
+  }
 }
 
 TEST(Global, theIdRegistryForgetsEverything) {
