@@ -219,30 +219,5 @@ TEST(PlacementOfMedia, StretchesPictureAndSoundByTheTracksSpeed) {
   }
 }
 
-// ---- stills ----
-
-class StillTrack : public LUMTrack {
- public:
-  static std::shared_ptr<StillTrack> at(uint64_t id, int startSeconds, int durationSeconds) {
-    struct Concrete : StillTrack {};
-    auto track = std::make_shared<Concrete>();
-    track->setStart(CMTimeMake(startSeconds, 1));
-    track->updateAssetDuration(CMTimeMake(durationSeconds, 1));
-    (void)id;
-    return track;
-  }
-  bool isContentStatic() const override { return true; }
-
- protected:
-  StillTrack() = default;
-};
-
-TEST(PlacementOfStills, SaysWhereFootageIsMissingAndLeavesTheSlotEmpty) {
-  LogCapture log;
-  const auto data = LUMAVComposition::buildCompositionData(timelineOf({{StillTrack::at(1, 0, 2)}}, 24));
-  EXPECT_TRUE(log.contains({"[LUMLog] Empty footage is NULL from call method LUMAVCompositionInstruction.finish()"}));
-  EXPECT_EQ(CMTimeGetSeconds(data->composition()->duration()), 0.0);
-}
-
 }  // namespace
 }  // namespace vidloom
