@@ -4,12 +4,12 @@
 #include <mutex>
 
 #include "vidloom/platform/avfoundation/AVError.h"
+#include "vidloom/platform/coregraphics/CGImageAlpha.h"
 #include "vidloom/platform/corevideo/CVPixelBuffer.h"
 #include "vidloom/platform/corevideo/CVPixelMemory.h"
 #include "vidloom/platform/ffmpeg/PngWriter.h"
 #include "vidloom/platform/ffmpeg/StillImageDecoder.h"
 #include "vidloom/platform/pixels/PicturePool.h"
-#include "vidloom/platform/pixels/PixelConversion.h"
 
 namespace vidloom {
 
@@ -24,7 +24,7 @@ class CGImage {
   explicit CGImage(Bitmap bitmap) : bitmap_(std::move(bitmap)) {}
 
   const Bitmap& bitmap() const { return bitmap_; }
-  AlphaMode alphaMode() const;
+  AlphaMode alphaMode() const { return alphaModeOf(bitmap_.alphaInfo); }
   PictureRef copyPicture(const PictureColor& color);
 
  private:
@@ -77,19 +77,6 @@ bool copyPixels(const CVPixelBufferRef& buffer, uint8_t* bgra, size_t bytesPerRo
 }
 
 }  // namespace
-
-AlphaMode CGImage::alphaMode() const {
-  switch (bitmap_.alphaInfo) {
-    case kCGImageAlphaPremultipliedLast:
-    case kCGImageAlphaPremultipliedFirst:
-      return AlphaMode::premultiplied;
-    case kCGImageAlphaLast:
-    case kCGImageAlphaFirst:
-      return AlphaMode::straight;
-    default:
-      return AlphaMode::ignored;
-  }
-}
 
 PictureRef CGImage::copyPicture(const PictureColor& color) {
   const std::lock_guard lock(mutex_);

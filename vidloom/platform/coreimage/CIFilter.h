@@ -1,6 +1,7 @@
 // The filters that image-processing images can be sent through.
 #pragma once
 
+#include <any>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 
 namespace vidloom {
 
+struct NamedFilter;
 class CIFilter;
 using CIFilterRef = std::shared_ptr<CIFilter>;
 
@@ -28,9 +30,9 @@ class CIFilter {
   /// With the defaults. Null with an error for an unknown name.
   [[nodiscard]] static CIFilterRef filterWithName(const std::string& name, std::optional<NSError>* error = nullptr);
 
-  const std::string& name() const { return name_; }
+  const std::string& name() const;
   const std::string& description() const;
-  const std::vector<CIFilterParameter>& parameters() const;
+  const std::vector<CIFilterParameter>& parameters() const { return parameters_; }
 
   void setInputImage(CIImageRef inputImage) { inputImage_ = std::move(inputImage); }
   const CIImageRef& inputImage() const { return inputImage_; }
@@ -43,11 +45,13 @@ class CIFilter {
   CIImageRef outputImage() const;
 
  private:
-  explicit CIFilter(std::string name) : name_(std::move(name)) {}
+  explicit CIFilter(const NamedFilter& filter);
+  std::optional<size_t> indexOf(const std::string& key) const;
 
-  std::string name_;
+  const NamedFilter& filter_;
+  std::vector<CIFilterParameter> parameters_;
+  std::vector<double> values_;
   CIImageRef inputImage_;
-  std::map<std::string, double> values_;
 };
 
 }  // namespace vidloom
