@@ -178,7 +178,7 @@ std::optional<NSError> LUMRender::connect(RenderSession& session, bool expectsMe
   if (CMTIMERANGE_IS_INVALID(range)) range = CMTimeRangeMake(kCMTimeZero, composition_ ? composition_->duration() : CMTime{});
   if (auto error = session.makeReader(range)) return error;
   if (auto error = session.selectTracks()) return error;
-  if (auto error = session.addVideoOutput()) return error;
+  if (auto error = session.addVideoOutput(drawTimeout())) return error;
   const CGSize renderSize = composition_ ? composition_->renderSize() : CGSizeZero;
   if (auto error = session.addVideoInput(renderSize, expectsMediaDataInRealTime)) return error;
   session.addAudioOutput(audioMix());

@@ -95,6 +95,10 @@ class LUMRender : public std::enable_shared_from_this<LUMRender> {
   /// What the H.264 encoder gets beside the picture size. Takes effect with the next generate().
   VideoEncoderOptions videoEncoderOptions() const { return locked(videoEncoderOptions_); }
   void setVideoEncoderOptions(const VideoEncoderOptions& options) { setLocked(videoEncoderOptions_, options); }
+  /// How long the one who draws may leave every frame that it holds unanswered before the export fails: 10 s unless set, infinity
+  /// for ever. Takes effect with the next generate(), which ignores what is not above zero.
+  CMTime drawTimeout() const { return locked(drawTimeout_); }
+  void setDrawTimeout(const CMTime& timeout) { setLocked(drawTimeout_, timeout); }
   /// The composition time at which the movie begins. Zero unless set: then a range that starts later leaves the movie empty up to
   /// there.
   CMTime sessionStart() const { return locked(sessionStart_); }
@@ -182,6 +186,7 @@ class LUMRender : public std::enable_shared_from_this<LUMRender> {
   LUMRenderStatistics statistics_;
   VideoEncoderOptions videoEncoderOptions_;
   CMTime sessionStart_ = kCMTimeZero;
+  CMTime drawTimeout_ = CMTimeMake(10, 1);
 };
 
 }  // namespace vidloom

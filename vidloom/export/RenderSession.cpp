@@ -88,9 +88,10 @@ std::optional<NSError> RenderSession::selectTracks() {
   return std::nullopt;
 }
 
-std::optional<NSError> RenderSession::addVideoOutput() {
+std::optional<NSError> RenderSession::addVideoOutput(const CMTime& drawTimeout) {
   const auto output = AVAssetReaderVideoCompositionOutput::initWithVideoTracks(videoTracks_, videoOutputSettings());
   output->setVideoComposition(data_->videoComposition());
+  output->setCompositorTimeout(drawTimeout);
   output->setAlwaysCopiesSampleData(false);
   change([&](Parts& parts) { parts.videoOutput = output; });
   if (!parts_.reader->canAddOutput(output))

@@ -34,7 +34,8 @@ class RenderSession {
   std::optional<NSError> makeWriter(const std::filesystem::path& url, const VideoEncoderOptions& options);
   std::optional<NSError> makeReader(const CMTimeRange& range);
   std::optional<NSError> selectTracks();
-  std::optional<NSError> addVideoOutput();
+  /// `drawTimeout`: see AVAssetReaderVideoCompositionOutput::setCompositorTimeout().
+  std::optional<NSError> addVideoOutput(const CMTime& drawTimeout);
   std::optional<NSError> addVideoInput(const CGSize& renderSize, bool expectsMediaDataInRealTime);
   /// Where the reader refuses the output, the export goes on without sound.
   void addAudioOutput(const std::shared_ptr<AVMutableAudioMix>& audioMix);

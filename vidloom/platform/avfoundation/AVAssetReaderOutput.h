@@ -90,6 +90,11 @@ class AVAssetReaderVideoCompositionOutput : public AVAssetReaderOutput {
   void setVideoComposition(const std::shared_ptr<AVMutableVideoComposition>& videoComposition);
   /// The instance that composes; null for the built-in one.
   const std::shared_ptr<AVVideoCompositing>& customVideoCompositor() const { return compositor_; }
+  /// How long a custom compositor may leave every request that it holds unanswered before reading fails with
+  /// AVErrorVideoCompositorFailed, which names the frame's time: 10 s unless set. Infinity: for ever. Refused (logged) after the
+  /// start and where it is not above zero.
+  const CMTime& compositorTimeout() const { return compositorTimeout_; }
+  void setCompositorTimeout(const CMTime& timeout);
   const AVMediaType& mediaType() const override;
 
  protected:
@@ -102,6 +107,7 @@ class AVAssetReaderVideoCompositionOutput : public AVAssetReaderOutput {
   std::optional<NSDictionary> videoSettings_;
   std::shared_ptr<AVMutableVideoComposition> videoComposition_;
   std::shared_ptr<AVVideoCompositing> compositor_;
+  CMTime compositorTimeout_ = CMTimeMake(10, 1);
   bool started_ = false;
 };
 

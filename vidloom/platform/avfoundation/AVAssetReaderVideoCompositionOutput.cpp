@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 
 #include "vidloom/platform/avfoundation/AVAssetReaderOutput.h"
 #include "vidloom/platform/avfoundation/AVAssetTrack.h"
@@ -15,6 +16,12 @@ bool isUsable(const AVMutableVideoComposition& composition) {
   const CMTime frameDuration = composition.frameDuration();
   return composition.renderSize().width > 0 && composition.renderSize().height > 0 && composition.renderScale() > 0 &&
          CMTIME_IS_NUMERIC(frameDuration) && frameDuration.timescale > 0 && frameDuration.value > 0;
+}
+
+/// Rounded up; what is too long to count is for ever.
+uint64_t nanoseconds(const CMTime& time) {
+  const double count = std::ceil(CMTimeGetSeconds(time) * 1e9);
+  return CMTIME_IS_NUMERIC(time) && count < 0x1p63 ? static_cast<uint64_t>(count) : ~uint64_t{0};
 }
 
 }  // namespace
@@ -41,6 +48,15 @@ void AVAssetReaderVideoCompositionOutput::setVideoComposition(const std::shared_
   const AVVideoCompositingClass now =
       videoComposition_ ? videoComposition_->customVideoCompositorClass() : AVVideoCompositingClass{};
   if (!(now == before)) compositor_ = now && now.make ? now.make() : nullptr;
+}
+
+void AVAssetReaderVideoCompositionOutput::setCompositorTimeout(const CMTime& timeout) {
+  if (started_ || !CMTIME_IS_VALID(timeout) || CMTIME_IS_INDEFINITE(timeout) || CMTimeCompare(timeout, kCMTimeZero) <= 0) {
+    NSLog(std::string("AVAssetReaderVideoCompositionOutput setCompositorTimeout: refused, ") +
+          (started_ ? "reading has been started" : "it must be above zero"));
+    return;
+  }
+  compositorTimeout_ = timeout;
 }
 
 bool AVAssetReaderVideoCompositionOutput::fitsAsset(const std::shared_ptr<AVAsset>& asset) const {
@@ -70,6 +86,7 @@ std::shared_ptr<SampleSource> AVAssetReaderVideoCompositionOutput::makeSource(co
   setup.composition = videoComposition_;
   setup.compositor = compositor_;
   setup.range = range;
+  setup.answerTimeoutNs = nanoseconds(compositorTimeout_);
   return FrameServer::make(std::move(setup), error);
 }
 

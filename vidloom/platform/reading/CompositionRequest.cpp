@@ -15,8 +15,8 @@ CompositionRequest::CompositionRequest(const CMTime& time, std::shared_ptr<const
       receiver_(std::move(receiver)) {}
 
 CompositionRequest::~CompositionRequest() {
-  if (isFinished_.exchange(true)) return;
-  receiver_({nullptr, AVMakeError(AVErrorUnknown, "The request was released without an answer")});
+  if (answers_ > 0) return;
+  receiver_({nullptr, AVMakeError(AVErrorUnknown, "The request was released without an answer"), false});
 }
 
 std::vector<CMPersistentTrackID> CompositionRequest::sourceTrackIDs() const {
@@ -45,12 +45,11 @@ void CompositionRequest::finishWithError(const NSError& error) { finish({nullptr
 void CompositionRequest::finishCancelledRequest() { finish({}); }
 
 void CompositionRequest::finish(CompositionAnswer answer) {
-  if (isFinished_.exchange(true)) {
-    NSLog(NSStringWithFormat("The composition request of %.6f s was answered before; the new answer is dropped",
-                             CMTimeGetSeconds(time_)));
-    return;
-  }
-  receiver_(std::move(answer));
+  const int before = answers_++;
+  if (before == 0) return receiver_(std::move(answer));
+  if (before > 1) return;
+  NSLog(NSStringWithFormat("The composition request of %.6f s was answered before; the new answer is dropped",
+                           CMTimeGetSeconds(time_)));
 }
 
 }  // namespace vidloom

@@ -13,10 +13,11 @@ namespace vidloom {
 struct CompositionAnswer {
   CVPixelBufferRef buffer;
   std::optional<NSError> error;
+  bool isGiven = true;  ///< false: the request went away unanswered
 };
 
-/// One frame in the hands of a custom compositor. Passes its first answer on and drops the others; a request that goes away
-/// unanswered counts as failed.
+/// One frame in the hands of a custom compositor. Passes its first answer on and drops the others, which it logs once; a request
+/// that goes away unanswered counts as failed.
 class CompositionRequest : public AVAsynchronousVideoCompositionRequest {
  public:
   struct Source {
@@ -48,7 +49,7 @@ class CompositionRequest : public AVAsynchronousVideoCompositionRequest {
   const std::shared_ptr<AVVideoCompositionInstruction> instruction_;
   const std::vector<Source> sources_;
   const Receiver receiver_;
-  std::atomic<bool> isFinished_{false};
+  std::atomic<int> answers_{0};
 };
 
 }  // namespace vidloom

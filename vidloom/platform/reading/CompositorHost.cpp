@@ -53,7 +53,9 @@ void CompositorHost::startOnQueue(GatheredFrame& frame, CompositionRequest::Rece
   }
   std::vector<CompositionRequest::Source> sources;
   for (const SourceFrame& source : frame.sources) {
-    if (auto buffer = sourceBuffer(source.source)) sources.push_back({source.trackID, std::move(buffer)});
+    CVPixelBufferRef buffer = sourceBuffer(source.source);
+    if (!buffer) return receiver({nullptr, AVMakeError(AVErrorOutOfMemory, "No memory for a source frame")});
+    sources.push_back({source.trackID, std::move(buffer)});
   }
   compositor_->startVideoCompositionRequest(
       std::make_shared<CompositionRequest>(frame.time, context_, frame.instruction, std::move(sources), std::move(receiver)));
@@ -66,7 +68,7 @@ CVPixelBufferRef CompositorHost::sourceBuffer(const SourcePicture& source) {
   const bool fits = picture->width == width && picture->height == height;
   // An alpha plane would not survive the adaptation; such pictures keep their own matrix.
   if (!picture->hasAlpha() && (!fits || picture->color != color_)) {
-    if (const PictureRef adapted = adapter_.compose({{picture, source.displaySize}}, width, height, color_)) picture = adapted;
+    picture = adapter_.compose({{picture, source.displaySize}}, width, height, color_);
   }
   return CVPixelBufferCreateWithPicture(picture, sourceFormat_);
 }

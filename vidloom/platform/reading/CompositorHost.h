@@ -27,6 +27,7 @@ class CompositorHost : public std::enable_shared_from_this<CompositorHost> {
  private:
   CompositorHost(std::shared_ptr<AVVideoCompositing> compositor, OSType sourceFormat, std::shared_ptr<const RenderContext> context,
                  PictureColor color);
+  /// Null where memory has run out.
   CVPixelBufferRef sourceBuffer(const SourcePicture& source);
   void startOnQueue(GatheredFrame& frame, CompositionRequest::Receiver receiver);
 

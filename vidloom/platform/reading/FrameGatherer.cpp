@@ -9,13 +9,12 @@ namespace {
 
 int pixels(double length, float scale) { return static_cast<int>(std::lround(length * static_cast<double>(scale))); }
 
-/// Puts a picture of that size into the middle of the output, as large as it fits.
-CGAffineTransform fitting(const CGSize& size, int width, int height) {
+}  // namespace
+
+CGAffineTransform FrameGatherer::fitting(const CGSize& size, int width, int height) {
   const double scale = std::min(width / size.width, height / size.height);
   return {scale, 0, 0, scale, (width - size.width * scale) / 2, (height - size.height * scale) / 2};
 }
-
-}  // namespace
 
 FrameGatherer::FrameGatherer(const std::vector<std::shared_ptr<AVAssetTrack>>& videoTracks,
                              std::shared_ptr<const AVMutableVideoComposition> composition, VideoDecoderPool::Opener opener)

@@ -46,6 +46,8 @@ class FrameGatherer {
   /// Size of the output in pixels: render size x render scale.
   int width() const { return width_; }
   int height() const { return height_; }
+  /// Puts a picture of that size into the middle of the output, as large as it fits.
+  static CGAffineTransform fitting(const CGSize& size, int width, int height);
 
  private:
   struct Track {

@@ -14,7 +14,7 @@
 #include "vidloom/platform/reading/FrameGatherer.h"
 #include "vidloom/platform/reading/FrameGrid.h"
 #include "vidloom/platform/reading/OutputColor.h"
-#include "vidloom/platform/reading/VideoSamples.h"
+#include "vidloom/platform/reading/SampleMaker.h"
 
 namespace vidloom {
 
@@ -30,6 +30,8 @@ struct Slot {
 };
 using SlotRef = std::shared_ptr<Slot>;
 
+enum class Ending : uint8_t { none, failed, cancelled };
+
 NSError compositorError(const CMTime& time, const NSError& cause) {
   return AVMakeError(AVErrorVideoCompositorFailed,
                      NSStringWithFormat("The compositor failed at %.6f s of the composition: %s", CMTimeGetSeconds(time),
@@ -44,18 +46,21 @@ NSError timeoutError(const CMTime& time, uint64_t timeoutNs) {
                      {}, AVMakePOSIXError(ETIMEDOUT));
 }
 
+void logLateAnswer(const CMTime& time) {
+  NSLog(NSStringWithFormat("An answer for the frame at %.6f s came too late and is dropped", CMTimeGetSeconds(time)));
+}
+
 }  // namespace
 
 /// Shared by the server and the work that it has submitted.
 class FrameServer::State : public std::enable_shared_from_this<State> {
  public:
   State(Setup setup, const PictureColor& color)
-      : pixelFormat_(setup.pixelFormat),
-        framesUnderWay_(setup.framesUnderWay),
+      : framesUnderWay_(setup.framesUnderWay),
         answerTimeoutNs_(setup.answerTimeoutNs),
         times_(setup.range, setup.composition->frameDuration()),
-        color_(color),
         gatherer_(setup.videoTracks, setup.composition, std::move(setup.opener)),
+        samples_(gatherer_.width(), gatherer_.height(), color, setup.pixelFormat, times_.frameDuration()),
         queue_(dispatch_queue_create("vidloom.reader.decode", DISPATCH_QUEUE_SERIAL)),
         progress_(dispatch_semaphore_create(0)) {}
 
@@ -64,25 +69,18 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
 
   CMSampleBufferRef next(std::optional<NSError>* error) {
     while (const SlotRef slot = takeNext()) {
-      if (slot->error) {
-        stop();
-        if (error && !isCancelled_) *error = slot->error;
-        return nullptr;
+      if (!slot->error) {
+        if (slot->isWithCompositor && !slot->buffer) continue;
+        if (CMSampleBufferRef sample = makeSample(*slot)) return sample;
+        slot->error = AVMakeError(AVErrorOutOfMemory, "No memory for a frame of the output");
       }
-      if (slot->isWithCompositor && !slot->buffer) continue;
-      if (CMSampleBufferRef sample = makeSample(*slot)) return sample;
-      stop();
-      if (error) *error = AVMakeError(AVErrorOutOfMemory, "No memory for a frame of the output");
+      if (end(Ending::failed) && error) *error = slot->error;
       return nullptr;
     }
     return nullptr;
   }
 
-  void cancel() {
-    if (isCancelled_.exchange(true)) return;
-    gatherer_.cancel();
-    if (stop()) host_->cancelAll();
-  }
+  void cancel() { end(Ending::cancelled); }
 
  private:
   /// Waits for the frame that is next. Null at the end and after cancel().
@@ -90,7 +88,7 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
     while (true) {
       {
         const std::lock_guard lock(mutex_);
-        if (isCancelled_) return nullptr;
+        if (isEnded()) return nullptr;
         scheduleDecoding();
         if (slots_.empty()) return nullptr;
         if (slots_.front()->isReady) {
@@ -106,13 +104,17 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
     }
   }
 
-  /// The first frame, with an error, where the compositor has kept it for too long; else null. Under the lock.
-  SlotRef expiredSlot() {
-    const SlotRef& first = slots_.front();
-    if (!first->isWithCompositor || DispatchClock::current()->nowNs() < lastAnswerNs_ + answerTimeoutNs_) return nullptr;
-    first->error = timeoutError(first->time, answerTimeoutNs_);
-    return first;
+  /// An error in place of the first frame where the compositor has kept that one for too long; else null. Under the lock.
+  SlotRef expiredSlot() const {
+    const Slot& first = *slots_.front();
+    if (!first.isWithCompositor || DispatchClock::current()->nowNs() < deadlineNs()) return nullptr;
+    auto expired = std::make_shared<Slot>();
+    expired->error = timeoutError(first.time, answerTimeoutNs_);
+    return expired;
   }
+
+  /// When the compositor should have answered. Under the lock.
+  uint64_t deadlineNs() const { return lastAnswerNs_ + std::min(answerTimeoutNs_, ~uint64_t{0} - lastAnswerNs_); }
 
   /// Has the one who waits look again when the compositor should have answered.
   void watchAnswers() {
@@ -120,8 +122,9 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
     {
       const std::lock_guard lock(mutex_);
       if (isWatching_ || slots_.empty() || !slots_.front()->isWithCompositor) return;
+      deadlineNs = this->deadlineNs();
+      if (deadlineNs == ~uint64_t{0}) return;
       isWatching_ = true;
-      deadlineNs = lastAnswerNs_ + answerTimeoutNs_;
     }
     // A clock may make the call at once.
     DispatchClock::current()->callAt(deadlineNs, [weakSelf = weak_from_this()] {
@@ -141,7 +144,7 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
     dispatch_async(queue_, [self = shared_from_this()] { self->decode(); });
   }
 
-  bool hasRoom() const { return nextIndex_ < times_.count() && slots_.size() < framesUnderWay_ && !isStopped_; }
+  bool hasRoom() const { return nextIndex_ < times_.count() && slots_.size() < framesUnderWay_ && !isEnded(); }
 
   /// The frame that is decoded next, so that whoever waits sees it coming. Under the lock.
   void addSlot() {
@@ -155,7 +158,7 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
     while (goesOn) {
       std::optional<NSError> error;
       std::optional<GatheredFrame> frame;
-      if (!isStopped_) frame = gatherer_.gather(pending_->time, times_.exactTime(nextIndex_), &error);
+      if (!isEnded()) frame = gatherer_.gather(pending_->time, times_.exactTime(nextIndex_), &error);
       const std::lock_guard lock(mutex_);
       handOver(pending_, std::move(frame), error);
       ++nextIndex_;
@@ -166,7 +169,7 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
         pending_ = nullptr;
       }
     }
-    if (isStopped_ || nextIndex_ == times_.count()) gatherer_.close();
+    if (isEnded() || nextIndex_ == times_.count()) gatherer_.close();
   }
 
   /// Under the lock.
@@ -174,11 +177,13 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
     if (frame && frame->isForCompositor) {
       slot->isWithCompositor = true;
       lastAnswerNs_ = std::max(lastAnswerNs_, DispatchClock::current()->nowNs());
-      const std::weak_ptr<State> weakSelf = weak_from_this();
+      dispatch_semaphore_signal(progress_);  // the time runs from here
       host_->start(
-          std::move(*frame), [self = shared_from_this()] { return !self->isStopped_; },
-          [weakSelf, slot](CompositionAnswer answer) {
-            if (const auto self = weakSelf.lock()) self->receive(slot, std::move(answer));
+          std::move(*frame), [self = shared_from_this()] { return !self->isEnded(); },
+          [weakSelf = weak_from_this(), ending = ending_, slot](CompositionAnswer answer) {
+            const auto self = weakSelf.lock();
+            if (self && self->receive(slot, answer)) return;
+            if (*ending == Ending::failed && answer.isGiven) logLateAnswer(slot->time);
           });
       return;
     }
@@ -188,60 +193,52 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
     dispatch_semaphore_signal(progress_);
   }
 
-  void receive(const SlotRef& slot, CompositionAnswer answer) {
+  /// False where nobody waits for the answer any more.
+  bool receive(const SlotRef& slot, CompositionAnswer& answer) {
     const std::lock_guard lock(mutex_);
-    if (isStopped_) {
-      if (!isCancelled_) NSLog(NSStringWithFormat("An answer for the frame at %.6f s came too late", CMTimeGetSeconds(slot->time)));
-      return;
-    }
+    if (isEnded()) return false;
     lastAnswerNs_ = DispatchClock::current()->nowNs();
     slot->buffer = std::move(answer.buffer);
     if (answer.error) slot->error = compositorError(slot->time, *answer.error);
     slot->isReady = true;
     dispatch_semaphore_signal(progress_);
+    return true;
   }
 
-  /// No frame is begun or handed on any more; what is under way is dropped. True where the compositor has requests unanswered.
-  bool stop() {
+  bool isEnded() const { return *ending_ != Ending::none; }
+
+  /// No frame is begun or handed on any more; what is under way is dropped. False where that was so before.
+  bool end(Ending how) {
     std::deque<SlotRef> dropped;
-    const std::lock_guard lock(mutex_);
-    isStopped_ = true;
-    dropped.swap(slots_);
-    if (!isDecoding_) dispatch_async(queue_, [self = shared_from_this()] { self->gatherer_.close(); });
-    dispatch_semaphore_signal(progress_);
-    return std::any_of(dropped.begin(), dropped.end(),
-                       [](const SlotRef& slot) { return slot->isWithCompositor && !slot->isReady; });
+    {
+      const std::lock_guard lock(mutex_);
+      if (isEnded()) return false;
+      *ending_ = how;
+      dropped.swap(slots_);
+      if (!isDecoding_) dispatch_async(queue_, [self = shared_from_this()] { self->gatherer_.close(); });
+      dispatch_semaphore_signal(progress_);
+    }
+    gatherer_.cancel();
+    if (std::any_of(dropped.begin(), dropped.end(), [](const SlotRef& slot) { return slot->isWithCompositor && !slot->isReady; })) {
+      host_->cancelAll();
+    }
+    return true;
   }
 
   CMSampleBufferRef makeSample(const Slot& slot) {
-    const CMTime& duration = times_.frameDuration();
-    if (slot.buffer) {
-      attachColor(slot.buffer, color_);
-      const bool isAsAsked = CVPixelBufferGetPixelFormatType(slot.buffer) == pixelFormat_ && hasMatrix(slot.buffer, color_);
-      if (isAsAsked) return videoSample(slot.buffer, slot.time, duration);
-    }
-    const PictureRef picture = slot.buffer ? convertedPicture(slot.buffer)
-                                           : compositor_.compose(slot.frame.layers, gatherer_.width(), gatherer_.height(), color_);
-    return picture ? videoSample(picture, pixelFormat_, slot.time, duration) : nullptr;
+    return slot.isWithCompositor ? samples_.fromBuffer(slot.buffer, slot.time) : samples_.fromLayers(slot.frame);
   }
 
-  PictureRef convertedPicture(const CVPixelBufferRef& buffer) {
-    const PictureRef picture = CVPixelBufferCopyPicture(buffer);
-    if (!picture || picture->color == color_) return picture;
-    const CGSize size{static_cast<double>(picture->width), static_cast<double>(picture->height)};
-    return compositor_.compose({{picture, size}}, picture->width, picture->height, color_);
-  }
-
-  const OSType pixelFormat_;
   const size_t framesUnderWay_;
   const uint64_t answerTimeoutNs_;
   const FrameGrid times_;
-  const PictureColor color_;
   std::shared_ptr<CompositorHost> host_;
   FrameGatherer gatherer_;  ///< used on queue_
+  SampleMaker samples_;     ///< used by the one who pulls
   const dispatch_queue_t queue_;
   const dispatch_semaphore_t progress_;  ///< signalled whenever the one who pulls should look again
-  LayerCompositor compositor_;           ///< used by the one who pulls
+  /// Written with the lock; outlives this object in the hands of compositors.
+  const std::shared_ptr<std::atomic<Ending>> ending_ = std::make_shared<std::atomic<Ending>>(Ending::none);
 
   std::mutex mutex_;
   std::deque<SlotRef> slots_;  ///< frames under way, in order of time
@@ -250,8 +247,6 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
   uint64_t lastAnswerNs_ = 0;
   bool isDecoding_ = false;
   bool isWatching_ = false;
-  std::atomic<bool> isStopped_{false};
-  std::atomic<bool> isCancelled_{false};
 };
 
 FrameServer::FrameServer(std::shared_ptr<State> state) : state_(std::move(state)) {}
