@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "vidloom/platform/avfoundation/AVAsynchronousCIImageFilteringRequest.h"
 #include "vidloom/platform/avfoundation/AVVideoCompositing.h"
 #include "vidloom/platform/coregraphics/CGGeometry.h"
 #include "vidloom/platform/coremedia/CMTimeRange.h"
@@ -21,6 +22,10 @@ class AVVideoCompositionCoreAnimationTool;
 class AVMutableVideoComposition {
  public:
   static std::shared_ptr<AVMutableVideoComposition> videoComposition();
+  /// One whose frames `applyingCIFiltersWithHandler` makes out of those of the asset's first enabled video track. Frame duration
+  /// and render size are that track's (upright); they may be replaced. The instruction is private: leave it alone.
+  static std::shared_ptr<AVMutableVideoComposition> videoCompositionWithAsset(
+      const std::shared_ptr<AVAsset>& asset, AVCIImageFilteringHandler applyingCIFiltersWithHandler);
   std::shared_ptr<AVMutableVideoComposition> copy() const;
 
   const CMTime& frameDuration() const { return frameDuration_; }

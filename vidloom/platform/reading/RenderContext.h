@@ -13,6 +13,8 @@ class RenderContext : public AVVideoCompositionRenderContext {
   CGSize size() const override { return CGSizeMake(width_, height_); }
   float renderScale() const override { return renderScale_; }
   CVPixelBufferRef newPixelBuffer() const override;
+  /// That of the output.
+  const PictureColor& color() const { return color_; }
 
  private:
   const int width_, height_;
