@@ -109,10 +109,10 @@ struct Host {
   std::optional<NSError> writerError;
 };
 
-/// Finishes every request with the source frame of its last track; or with an error, or never.
+/// Finishes every request with the source frame of its last track, at once or from other threads; or with an error, or never.
 class SourceFrameDrawer : public LUMAVAsyncDrawDelegate {
  public:
-  enum class Answer { frame, frameLater, error, never };
+  enum class Answer { frame, frameLater, frameOnMain, twice, error, never };
   explicit SourceFrameDrawer(Answer answer) : answer_(answer) {}
   void drawAsync(const std::shared_ptr<AVAsynchronousVideoCompositionRequest>& request,
                  const std::shared_ptr<LUMAVRoutePipeline>&) override {
@@ -129,7 +129,17 @@ class SourceFrameDrawer : public LUMAVAsyncDrawDelegate {
       request->finishWithComposedVideoFrame(frame ? frame : request->renderContext()->newPixelBuffer());
     };
     if (answer_ == Answer::frame) return answer();
-    dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT), answer);
+    const auto queue = answer_ == Answer::frameOnMain ? dispatch_get_main_queue() : dispatch_get_global_queue(QOS_CLASS_DEFAULT);
+    for (int i = answer_ == Answer::twice ? 0 : 1; i < 2; ++i) dispatch_async(queue, answer);
+  }
+  /// Answers what was held, late.
+  void finishHeld() {
+    std::vector<std::shared_ptr<AVAsynchronousVideoCompositionRequest>> held;
+    {
+      const std::lock_guard lock(mutex_);
+      held.swap(held_);
+    }
+    for (const auto& request : held) request->finishWithComposedVideoFrame(request->renderContext()->newPixelBuffer());
   }
   size_t heldCount() const {
     const std::lock_guard lock(mutex_);
