@@ -35,6 +35,7 @@ std::optional<GatheredFrame> FrameGatherer::gather(const CMTime& time, const Exa
   frame.time = time;
   frame.instruction = instructionAt(time);
   if (!frame.instruction) return frame;
+  frame.isPostProcessed = frame.instruction->enablePostProcessing();
   bool isComplete = true;
   const auto builtIn = std::dynamic_pointer_cast<AVMutableVideoCompositionInstruction>(frame.instruction);
   if (frame.instruction->passthroughTrackID() != kCMPersistentTrackID_Invalid) {

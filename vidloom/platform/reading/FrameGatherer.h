@@ -25,6 +25,7 @@ struct GatheredFrame {
   std::shared_ptr<AVVideoCompositionInstruction> instruction;
   /// True: `sources` are for the custom compositor. False: `layers`, the bottom one first, make the frame.
   bool isForCompositor = false;
+  bool isPostProcessed = false;  ///< the composition's layer tree is drawn over it
   std::vector<SourceFrame> sources;
   std::vector<PictureLayer> layers;
 };

@@ -24,6 +24,7 @@ struct Slot {
   CMTime time;
   bool isReady = false;
   bool isWithCompositor = false;
+  bool isPostProcessed = false;
   GatheredFrame frame;      ///< of the built-in compositor
   CVPixelBufferRef buffer;  ///< of a custom one; null where it cancelled the request
   std::optional<NSError> error;
@@ -60,7 +61,7 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
         answerTimeoutNs_(setup.answerTimeoutNs),
         times_(setup.range, setup.composition->frameDuration()),
         gatherer_(setup.videoTracks, setup.composition, std::move(setup.opener)),
-        samples_(gatherer_.width(), gatherer_.height(), color, setup.pixelFormat, times_.frameDuration()),
+        samples_(*setup.composition, gatherer_.width(), gatherer_.height(), color, setup.pixelFormat),
         queue_(dispatch_queue_create("vidloom.reader.decode", DISPATCH_QUEUE_SERIAL)),
         progress_(dispatch_semaphore_create(0)) {}
 
@@ -176,6 +177,7 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
   void handOver(const SlotRef& slot, std::optional<GatheredFrame> frame, const std::optional<NSError>& error) {
     if (frame && frame->isForCompositor) {
       slot->isWithCompositor = true;
+      slot->isPostProcessed = frame->isPostProcessed;
       lastAnswerNs_ = std::max(lastAnswerNs_, DispatchClock::current()->nowNs());
       dispatch_semaphore_signal(progress_);  // the time runs from here
       host_->start(
@@ -226,7 +228,8 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
   }
 
   CMSampleBufferRef makeSample(const Slot& slot) {
-    return slot.isWithCompositor ? samples_.fromBuffer(slot.buffer, slot.time) : samples_.fromLayers(slot.frame);
+    return slot.isWithCompositor ? samples_.fromBuffer(slot.buffer, slot.time, slot.isPostProcessed)
+                                 : samples_.fromLayers(slot.frame);
   }
 
   const size_t framesUnderWay_;
