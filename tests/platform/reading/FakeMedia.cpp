@@ -10,8 +10,6 @@ namespace vidloom::testing {
 
 namespace {
 
-constexpr uint8_t kMark = 77;  // tells numbered pictures from others
-
 PictureRef numberedPicture(int number, int width, int height) {
   const auto picture = PicturePool::shared().make(width, height, PictureColor{}, false);
   for (int y = 0; y < height; ++y) std::fill_n(picture->mutableY() + y * picture->y.stride, width, kMark);

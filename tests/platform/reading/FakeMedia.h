@@ -48,6 +48,8 @@ struct DecoderLog {
 VideoDecoderPool::Opener fakeVideoOpener(std::shared_ptr<DecoderLog> log);
 AudioDecoderPool::Opener fakeAudioOpener(std::shared_ptr<DecoderLog> log);
 
+/// The luma of the third sample of every frame of a FakeFile.
+inline constexpr uint8_t kMark = 77;
 /// The number that a frame of a FakeFile carries; -1 for any other picture.
 int frameNumber(const Picture& picture);
 

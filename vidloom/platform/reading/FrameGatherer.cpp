@@ -3,9 +3,15 @@
 #include <algorithm>
 #include <cmath>
 
+#include "vidloom/platform/avfoundation/CIFilterInstruction.h"
+
 namespace vidloom {
 
 namespace {
+
+bool isForFilter(const std::shared_ptr<AVVideoCompositionInstruction>& instruction) {
+  return std::dynamic_pointer_cast<CIFilterInstruction>(instruction) != nullptr;
+}
 
 int pixels(double length, float scale) { return static_cast<int>(std::lround(length * static_cast<double>(scale))); }
 
@@ -40,7 +46,7 @@ std::optional<GatheredFrame> FrameGatherer::gather(const CMTime& time, const Exa
   const auto builtIn = std::dynamic_pointer_cast<AVMutableVideoCompositionInstruction>(frame.instruction);
   if (frame.instruction->passthroughTrackID() != kCMPersistentTrackID_Invalid) {
     isComplete = gatherPassthrough(frame.instruction->passthroughTrackID(), exactTime, frame, error);
-  } else if (composition_->customVideoCompositorClass()) {
+  } else if (composition_->customVideoCompositorClass() || isForFilter(frame.instruction)) {
     frame.isForCompositor = true;
     isComplete = gatherSources(*frame.instruction, exactTime, frame, error);
   } else if (builtIn) {

@@ -11,6 +11,7 @@
 #include "vidloom/platform/dispatch/dispatch.h"
 #include "vidloom/platform/foundation/NSLog.h"
 #include "vidloom/platform/reading/CompositorHost.h"
+#include "vidloom/platform/reading/FilterCompositor.h"
 #include "vidloom/platform/reading/FrameGatherer.h"
 #include "vidloom/platform/reading/FrameGrid.h"
 #include "vidloom/platform/reading/OutputColor.h"
@@ -263,15 +264,16 @@ void FrameServer::cancel() { state_->cancel(); }
 std::shared_ptr<FrameServer> FrameServer::make(Setup setup, std::optional<NSError>* error) {
   const PictureColor color = outputColor(*setup.composition, setup.videoTracks);
   const float renderScale = setup.composition->renderScale();
-  const std::shared_ptr<AVVideoCompositing> compositor = setup.compositor;
   const bool usesCompositor = static_cast<bool>(setup.composition->customVideoCompositorClass());
+  const bool usesFilter = !usesCompositor && FilterCompositor::isNeededFor(*setup.composition);
+  const std::shared_ptr<AVVideoCompositing> compositor = usesFilter ? std::make_shared<FilterCompositor>() : setup.compositor;
   auto state = std::make_shared<State>(std::move(setup), color);
   const int width = state->gatherer().width(), height = state->gatherer().height();
   if (width <= 0 || height <= 0) {
     if (error) *error = AVMakeError(AVErrorInvalidVideoComposition, "The video composition's render size is not positive");
     return nullptr;
   }
-  if (usesCompositor) {
+  if (usesCompositor || usesFilter) {
     if (!compositor) {
       if (error) *error = AVMakeError(AVErrorInvalidVideoComposition, "The custom compositor's class makes no compositor");
       return nullptr;
