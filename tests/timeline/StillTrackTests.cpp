@@ -2,9 +2,11 @@
 
 #include "tests/support/Fixtures.h"
 #include "tests/timeline/TimelineFixtures.h"
+#include "vidloom/platform/coreimage/CIImage.h"
 #include "vidloom/speed/LUMScaleContext.h"
 #include "vidloom/timeline/LUMAVTextAttributeTrack.h"
 #include "vidloom/timeline/LUMCGImageTrack.h"
+#include "vidloom/timeline/LUMCIImageTrack.h"
 #include "vidloom/timeline/LUMCVPixelBufferTrack.h"
 #include "vidloom/timeline/LUMCropData.h"
 
@@ -32,6 +34,8 @@ CVPixelBufferRef buffer() {
 TEST(StillTracks, LastAsLongAsTheirInitialRangeAndAreTrimmedLikeAnyOther) {
   const std::shared_ptr<LUMTrack> tracks[] = {
       LUMCGImageTrack::initWithCGImageRef(bitmap(kCGImageAlphaNone, CGColorSpaceCreateWithName(kCGColorSpaceSRGB)), 7, range(2, 3)),
+      LUMCIImageTrack::initWithCIImage(CIImage::imageWithCVPixelBuffer(buffer()), 7, range(2, 3)),
+      LUMCIImageTrack::initWithCIImage(nullptr, 7, range(2, 3)),
       LUMCVPixelBufferTrack::initWithCVPixelBuffer(buffer(), 7, range(2, 3)),
       LUMCVPixelBufferTrack::initWithCVPixelBuffer(nullptr, 7, range(2, 3)),
   };
@@ -57,6 +61,12 @@ TEST(StillTracks, AnswerForTheKindOfPictureThatTheyHold) {
   EXPECT_EQ(ofImage->staticSourceCVPixelBuffer(), nullptr);
   EXPECT_EQ(ofImage->staticSourceCIImage(), nullptr);
   EXPECT_EQ(ofImage->aspectSize(), (CGSize{4, 2}));
+  const auto recipe = CIImage::imageWithCGImage(image)->imageByApplyingTransform({2, 0, 0, 2, 10, 20});
+  const auto ofRecipe = LUMCIImageTrack::initWithCIImage(recipe, 1, range(0, 1));
+  EXPECT_EQ(ofRecipe->staticSourceCIImage(), recipe);
+  EXPECT_EQ(ofRecipe->staticSourceCGImageRef(), nullptr);
+  EXPECT_EQ(ofRecipe->staticSourceCVPixelBuffer(), nullptr);
+  EXPECT_EQ(ofRecipe->aspectSize(), (CGSize{8, 4}));
   const auto pixels = buffer();
   const auto ofBuffer = LUMCVPixelBufferTrack::initWithCVPixelBuffer(pixels, 1, range(0, 1));
   EXPECT_EQ(ofBuffer->staticSourceCVPixelBuffer(), pixels);
@@ -69,10 +79,13 @@ TEST(StillTracks, AreMadeWithoutAPictureTooAndSaySo) {
   LogCapture log;
   const auto ofImage = LUMCGImageTrack::initWithCGImageRef(nullptr, 1, range(2, 3));
   const auto ofBuffer = LUMCVPixelBufferTrack::initWithCVPixelBuffer(nullptr, 1, range(2, 3));
+  const auto ofRecipe = LUMCIImageTrack::initWithCIImage(nullptr, 1, range(2, 3));
   EXPECT_THAT(log.lines(), ElementsAre(EndsWith("[LUMLog] LUMCGImageTrack - init CGImageRef is NULL"),
                                        EndsWith("[LUMLog] initWithCVPixelBuffer - init CVPixelBuffer is NULL")));
   EXPECT_FALSE(ofImage->isOpaque());
   EXPECT_FALSE(ofImage->isSRGB());
+  EXPECT_FALSE(ofRecipe->isOpaque());
+  EXPECT_EQ(ofRecipe->aspectSize(), CGSizeZero);
   EXPECT_EQ(ofImage->aspectSize(), CGSizeZero);
   EXPECT_EQ(ofBuffer->aspectSize(), CGSizeZero);
 }
@@ -114,8 +127,27 @@ TEST(ImageTrack, KnowsSRGBByItsNameAndSaysWhatElseItFinds) {
   }
 }
 
+TEST(RecipeTrack, IsOpaqueWhereItsPixelsAre) {
+  const auto opaque = CIImage::imageWithCGImage(bitmap(kCGImageAlphaNone, nullptr));
+  const auto seeThrough = CIImage::imageWithCGImage(bitmap(kCGImageAlphaFirst, nullptr));
+  const struct {
+    const char* what;
+    CIImageRef image;
+    bool isOpaque;
+  } rows[] = {{"opaque", opaque, true},
+              {"transparent", seeThrough, false},
+              {"transparent over opaque", seeThrough->imageByCompositingOverImage(opaque), true},
+              {"turned, with corners", opaque->imageByApplyingTransform({0.8, 0.6, -0.6, 0.8, 0, 0}), false},
+              {"moved far away", opaque->imageByApplyingTransform({1, 0, 0, 1, -5000, 300}), true},
+              {"without end", CIImage::imageWithColor(1, 0, 0, 1), false},
+              {"empty", CIImage::emptyImage(), false}};
+  for (const auto& row : rows)
+    EXPECT_EQ(LUMCIImageTrack::initWithCIImage(row.image, 1, range(0, 1))->isOpaque(), row.isOpaque) << row.what;
+}
+
 TEST(StillTracks, OnlyThoseOfPixelBuffersCanBeCopied) {
   EXPECT_EQ(LUMCGImageTrack::initWithCGImageRef(bitmap(kCGImageAlphaNone, nullptr), 1, range(0, 1))->copyWithId(2), nullptr);
+  EXPECT_EQ(LUMCIImageTrack::initWithCIImage(nullptr, 1, range(0, 1))->copyWithId(2), nullptr);
   EXPECT_EQ(LUMAVTextAttributeTrack::initWithId(1)->copyWithId(2), nullptr);
   const auto track = LUMCVPixelBufferTrack::initWithCVPixelBuffer(buffer(), 1, range(2, 6));
   track->setLeftTrimOffset(seconds(1));
