@@ -62,6 +62,27 @@ TEST(Builders, PutColoursAndToolOnTheNativeCompositionOnly) {
   EXPECT_EQ(LUMAVComposition::buildCompositionData(composition)->videoComposition()->colorPrimaries(), std::nullopt);
 }
 
+TEST(Builders, DressACompositionForAFilterLikeTheNativeOneButWithoutLayers) {
+  const auto composition = timelineOf({{trackAt(1, 0, 3), trackAt(2, 1, 9)}}, 25);
+  composition->setColorPrimaries(AVVideoColorPrimaries_SMPTE_C);
+  composition->setColorYCbCrMatrix(AVVideoYCbCrMatrix_ITU_R_601_4);
+  composition->setEnablePostProcessing(true);
+  const auto native = LUMAVComposition::buildNativeCompositionData(composition);
+  const auto data = LUMAVComposition::buildNativeCompositionWithCIFilterBlock(composition, [](const auto&) {});
+  const auto& video = *data->videoComposition();
+  EXPECT_EQ(data->composition()->tracks().size(), native->composition()->tracks().size());
+  EXPECT_EQ(data->composition()->naturalSize(), (CGSize{320, 180}));
+  EXPECT_EQ(video.renderSize(), (CGSize{320, 180}));
+  EXPECT_EQ(video.frameDuration().value, 1);
+  EXPECT_EQ(video.frameDuration().timescale, 25);
+  EXPECT_EQ(video.colorPrimaries(), AVVideoColorPrimaries_SMPTE_C);
+  EXPECT_EQ(video.colorYCbCrMatrix(), AVVideoYCbCrMatrix_ITU_R_601_4);
+  EXPECT_EQ(video.colorTransferFunction(), std::nullopt);
+  EXPECT_EQ(nativeInstruction(*data), nullptr);
+  EXPECT_FALSE(video.customVideoCompositorClass());
+  EXPECT_EQ(data->audioMix(), nullptr);
+}
+
 TEST(Builders, ShowALayerExactlyWhileOneOfItsTracksRuns) {
   const auto first = trackAt(1, 1, 2), second = trackAt(2, 5, 2), above = trackAt(3, 0, 10);
   first->setTransform(CGAffineTransformMake(1, 0, 0, 1, 20, 30));

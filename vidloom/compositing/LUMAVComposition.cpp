@@ -131,6 +131,16 @@ std::shared_ptr<LUMAVCompositionData> LUMAVComposition::buildNativeCompositionDa
   return LUMAVCompositionData::initWithVideoComposition(std::move(videoComposition), std::move(layout), nullptr);
 }
 
+std::shared_ptr<LUMAVCompositionData> LUMAVComposition::buildNativeCompositionWithCIFilterBlock(
+    const std::shared_ptr<LUMComposition>& composition, AVCIImageFilteringHandler applier) {
+  const auto pipeline = LUMAVCompositionInstruction::initWithComposition(composition);
+  auto layout = placeTracks(composition, *pipeline);
+  auto videoComposition = AVMutableVideoComposition::videoCompositionWithAsset(layout, std::move(applier));
+  if (composition) setNativeProperties(*videoComposition, *composition);
+  videoComposition->setFrameDuration(frameDurationOf(composition));
+  return LUMAVCompositionData::initWithVideoComposition(std::move(videoComposition), std::move(layout), nullptr);
+}
+
 NSDictionary LUMAVComposition::sourcePixelBufferAttributes() const { return bufferAttributes(); }
 
 NSDictionary LUMAVComposition::requiredPixelBufferAttributesForRenderContext() const { return bufferAttributes(); }

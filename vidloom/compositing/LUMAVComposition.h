@@ -32,6 +32,9 @@ class LUMAVComposition : public AVVideoCompositing, public std::enable_shared_fr
   }
   /// The same, but frames are made by the platform from layer instructions.
   static std::shared_ptr<LUMAVCompositionData> buildNativeCompositionData(const std::shared_ptr<LUMComposition>& composition);
+  /// The same, but `applier` makes each frame out of that of the first composition track; the other tracks are not seen.
+  static std::shared_ptr<LUMAVCompositionData> buildNativeCompositionWithCIFilterBlock(
+      const std::shared_ptr<LUMComposition>& composition, AVCIImageFilteringHandler applier);
 
   NSDictionary sourcePixelBufferAttributes() const override;
   NSDictionary requiredPixelBufferAttributesForRenderContext() const override;
