@@ -92,7 +92,12 @@ CGPoint CGPointApplyAffineTransform(const CGPoint& point, const CGAffineTransfor
 }
 
 std::string NSStringFromCGSize(const CGSize& size) {
-  return std::string("{") + numberText(size.width) + ", " + numberText(size.height) + "}";
+  std::string text = "{";
+  text += numberText(size.width);
+  text += ", ";
+  text += numberText(size.height);
+  text += '}';
+  return text;
 }
 
 std::ostream& operator<<(std::ostream& out, const CGPoint& point) {

@@ -47,8 +47,6 @@ PictureColor colorOf(const CVPixelBufferRef& buffer, size_t width, size_t height
   return color;
 }
 
-BgraPlaneViews views(const CICanvas& canvas) { return canvas.raster().planes; }
-
 BiplanarPlanes planesOf(const CVPixelBufferRef& buffer) {
   return {static_cast<uint8_t*>(CVPixelBufferGetBaseAddressOfPlane(buffer, 0)),
           static_cast<ptrdiff_t>(CVPixelBufferGetBytesPerRowOfPlane(buffer, 0)),
@@ -62,11 +60,11 @@ class CIContext::Renderer {
  public:
   Renderer() : memory_(PicturePool::shared()) {}
 
-  std::optional<CICanvas> draw(const CIImageRef& image, const SampleRect& rect, std::optional<NSError>* error) {
+  std::optional<CIRaster> draw(const CIImageRef& image, const SampleRect& rect, std::optional<NSError>* error) {
     CIRenderer renderer(memory_);
-    auto canvas = renderer.render(image, rect);
-    if (!canvas) fail(error, renderer.problem());
-    return canvas;
+    auto raster = renderer.render(image, rect);
+    if (!raster) fail(error, renderer.problem());
+    return raster;
   }
 
   PictureRef makePicture(const CIImageRef& image, const SampleRect& rect, const PictureColor& color, bool keepsAlpha,
@@ -78,8 +76,8 @@ class CIContext::Renderer {
       if (!picture) fail(error, "memory has run out");
       return picture;
     }
-    const auto canvas = draw(image, rect, error);
-    return canvas ? convert(*canvas, color, keepsAlpha, error) : nullptr;
+    const auto raster = draw(image, rect, error);
+    return raster ? convert(*raster, color, keepsAlpha, error) : nullptr;
   }
 
  private:
@@ -89,9 +87,8 @@ class CIContext::Renderer {
     return isUpright && CGRectContainsRect(place, CGRectMake(0, 0, rect.width(), rect.height()));
   }
 
-  PictureRef convert(const CICanvas& canvas, const PictureColor& color, bool keepsAlpha, std::optional<NSError>* error) {
-    const int width = canvas.rect().width(), height = canvas.rect().height();
-    const CIRaster raster = canvas.raster();
+  PictureRef convert(const CIRaster& raster, const PictureColor& color, bool keepsAlpha, std::optional<NSError>* error) {
+    const int width = raster.rect.width(), height = raster.rect.height();
     const bool alpha = keepsAlpha && !raster.isOpaque;
     const ptrdiff_t stride = ptrdiff_t{4} * width;
     const auto bytes = memory_.drawing().pool.makeBytes(static_cast<size_t>(stride) * static_cast<size_t>(height));
@@ -134,13 +131,13 @@ bool CIContext::render(const CIImageRef& image, const CVPixelBufferRef& toCVPixe
   const bool isPlanar = CVPixelBufferIsPlanar(toCVPixelBuffer);
   const PictureColor color = colorOf(toCVPixelBuffer, width, height);
   const PictureRef picture = isPlanar ? renderer_->makePicture(part, *rect, color, false, error) : nullptr;
-  const auto canvas = isPlanar ? std::nullopt : renderer_->draw(part, *rect, error);
-  if (!picture && !canvas) return false;
+  const auto raster = isPlanar ? std::nullopt : renderer_->draw(part, *rect, error);
+  if (!picture && !raster) return false;
   if (CVPixelBufferLockBaseAddress(toCVPixelBuffer, 0) != kCVReturnSuccess) return fail(error, "memory has run out");
   if (isPlanar) {
     writeBiplanar(*picture, color.matrix, color.fullRange, planesOf(toCVPixelBuffer));
   } else {
-    mergeBGRA(views(*canvas), static_cast<uint8_t*>(CVPixelBufferGetBaseAddress(toCVPixelBuffer)),
+    mergeBGRA(raster->planes, static_cast<uint8_t*>(CVPixelBufferGetBaseAddress(toCVPixelBuffer)),
               static_cast<ptrdiff_t>(CVPixelBufferGetBytesPerRow(toCVPixelBuffer)));
   }
   CVPixelBufferUnlockBaseAddress(toCVPixelBuffer, 0);
@@ -150,18 +147,17 @@ bool CIContext::render(const CIImageRef& image, const CVPixelBufferRef& toCVPixe
 CGImageRef CIContext::createCGImage(const CIImageRef& image, const CGRect& fromRect, std::optional<NSError>* error) {
   const auto rect = samplesOf(image, fromRect, error);
   if (!rect) return nullptr;
-  const auto canvas = renderer_->draw(image, *rect, error);
-  if (!canvas) return nullptr;
+  const auto raster = renderer_->draw(image, *rect, error);
+  if (!raster) return nullptr;
   const size_t width = static_cast<size_t>(rect->width()), height = static_cast<size_t>(rect->height());
   const auto bytes = CVPixelMemory::allocate(4 * width * height);
   if (!bytes) {
     fail(error, "memory has run out");
     return nullptr;
   }
-  const CIRaster raster = canvas->raster();
-  mergeBGRA(raster.planes, bytes.get(), static_cast<ptrdiff_t>(4 * width));
+  mergeBGRA(raster->planes, bytes.get(), static_cast<ptrdiff_t>(4 * width));
   return CGImageCreate(width, height, 4 * width, bytes,
-                       raster.isOpaque ? kCGImageAlphaNoneSkipFirst : kCGImageAlphaPremultipliedFirst,
+                       raster->isOpaque ? kCGImageAlphaNoneSkipFirst : kCGImageAlphaPremultipliedFirst,
                        CGColorSpaceCreateWithName(kCGColorSpaceSRGB));
 }
 

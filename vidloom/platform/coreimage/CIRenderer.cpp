@@ -18,6 +18,8 @@ SampleRect limitedTo(const CGRect& extent, const SampleRect& samples) {
   return CGRectIsInfinite(extent) ? samples : intersection(samplesTouched(flippedRect(extent)), samples);
 }
 
+bool hasWholeEdges(const CGRect& extent) { return CGRectIsInfinite(extent) || samplesTouched(extent) == samplesCovered(extent); }
+
 /// The samples of the input that the filter has to see for those of its result.
 SampleRect samplesSeen(const CIFiltered& step, const SampleRect& wanted) {
   const CGRect extent = step.input->extent();
@@ -36,13 +38,56 @@ SampleRect samplesSeen(const CIFiltered& step, const SampleRect& wanted) {
 
 }  // namespace
 
-std::optional<CICanvas> CIRenderer::render(const CIImageRef& image, const SampleRect& rect) {
-  auto canvas = CICanvas::make(rect, memory_.drawing());
-  if (!canvas) {
-    fail("a picture of " + sizeText(rect) + " pixels cannot be made");
-    return std::nullopt;
+// Steps whose samples are there already, or become so, are not painted once more.
+std::optional<CIRaster> CIRenderer::render(const CIImageRef& image, const SampleRect& rect) {
+  const auto& step = CIRecipe::of(*image)->step();
+  const bool isWithin = limitedTo(image->extent(), rect) == rect;
+  if (const auto* source = std::get_if<CISource>(&step); source && isWithin) return renderSource(image, *source, rect);
+  if (const auto* cropped = std::get_if<CICropped>(&step)) {
+    if (samplesCovered(rectOf(rect)) == intersection(samplesCovered(flippedRect(cropped->rect)), rect)) {
+      return render(cropped->input, rect);
+    }
   }
-  if (!paint(image, {CGAffineTransformIdentity, rect, *canvas})) return std::nullopt;
+  if (const auto* clamped = std::get_if<CIClamped>(&step)) return renderClamped(*clamped, rect);
+  if (const auto* filtered = std::get_if<CIFiltered>(&step); filtered && isWithin && hasWholeEdges(image->extent())) {
+    return renderFiltered(*filtered, rect);
+  }
+  return renderPainted(image, rect);
+}
+
+std::optional<CIRaster> CIRenderer::renderSource(const CIImageRef& image, const CISource& source, const SampleRect& rect) {
+  const auto raster = memory_.source(CIRecipe::of(*image), source);
+  if (raster) return raster->part(rect);
+  fail(kNoMemory);
+  return std::nullopt;
+}
+
+std::optional<CIRaster> CIRenderer::renderClamped(const CIClamped& step, const SampleRect& rect) {
+  const CGRect extent = flippedRect(step.input->extent());
+  const SampleRect covered = samplesCovered(extent).isEmpty() ? samplesTouched(extent) : samplesCovered(extent);
+  if (intersection(covered, rect) == rect) return render(step.input, rect);
+  const auto input = render(step.input, covered);
+  auto canvas = input ? makeCanvas(rect) : std::nullopt;
+  if (!canvas) return std::nullopt;
+  canvas->extend(*input);
+  return canvas->raster();
+}
+
+std::optional<CIRaster> CIRenderer::renderFiltered(const CIFiltered& step, const SampleRect& rect) {
+  const auto input = render(step.input, samplesSeen(step, rect));
+  const auto result = input ? filter(step, *input) : std::nullopt;
+  return result ? std::optional(result->part(rect)) : std::nullopt;
+}
+
+std::optional<CIRaster> CIRenderer::renderPainted(const CIImageRef& image, const SampleRect& rect) {
+  auto canvas = makeCanvas(rect);
+  if (!canvas || !paint(image, {CGAffineTransformIdentity, rect, *canvas})) return std::nullopt;
+  return canvas->raster();
+}
+
+std::optional<CICanvas> CIRenderer::makeCanvas(const SampleRect& rect) {
+  auto canvas = CICanvas::make(rect, memory_.drawing());
+  if (!canvas) fail("a picture of " + sizeText(rect) + " pixels cannot be made");
   return canvas;
 }
 
@@ -96,48 +141,47 @@ bool CIRenderer::paintStep(const CIImageRef&, const CICropped& step, const Targe
   }
   const SampleRect needed = intersection(touched, samplesBefore(target.map, target.clip));
   if (needed.isEmpty()) return true;
-  const auto canvas = render(step.input, needed);
-  return canvas && paintRaster(canvas->raster(), visible, target);
+  const auto raster = render(step.input, needed);
+  return raster && paintRaster(*raster, visible, target);
 }
 
 bool CIRenderer::paintStep(const CIImageRef&, const CIClamped& step, const Target& target) {
-  const CGRect extent = flippedRect(step.input->extent());
-  const SampleRect covered = samplesCovered(extent);
-  const auto input = render(step.input, covered.isEmpty() ? samplesTouched(extent) : covered);
-  if (!input) return false;
   const SampleRect needed = samplesBefore(target.map, target.clip);
-  auto extended = CICanvas::make(needed, memory_.drawing());
-  if (!extended) return fail("a picture of " + sizeText(needed) + " pixels cannot be made");
-  extended->extend(input->raster());
-  return paintRaster(extended->raster(), rectOf(needed), target);
+  const auto raster = renderClamped(step, needed);
+  return raster && paintRaster(*raster, rectOf(needed), target);
 }
 
 bool CIRenderer::paintStep(const CIImageRef& image, const CIFiltered& step, const Target& target) {
   const SampleRect wanted = limitedTo(image->extent(), samplesBefore(target.map, target.clip));
-  const SampleRect seen = samplesSeen(step, wanted);
-  if (wanted.isEmpty() || seen.isEmpty()) return true;
-  auto input = render(step.input, seen);
-  if (!input) return false;
-  const auto result = filter(step, *input);
-  if (!result) return false;
+  if (wanted.isEmpty() || samplesSeen(step, wanted).isEmpty()) return true;
+  const auto raster = renderFiltered(step, wanted);
   const CGRect visible = CGRectIsInfinite(image->extent()) ? rectOf(wanted) : flippedRect(image->extent());
-  return paintRaster(*result, visible, target);
+  return raster && paintRaster(*raster, visible, target);
 }
 
-std::optional<CIRaster> CIRenderer::filter(const CIFiltered& step, CICanvas& input) {
+std::optional<CIRaster> CIRenderer::filter(const CIFiltered& step, const CIRaster& input) {
   const bool isStraight = step.filter->kind == NamedFilter::Kind::color || step.filter->kind == NamedFilter::Kind::detail;
-  CIRaster raster = input.raster();
-  const bool divides = isStraight && !raster.isOpaque;
-  if (divides) unpremultiplyPlanes(input.planes());
+  const bool divides = isStraight && !input.isOpaque;
+  std::optional<CICanvas> straight;
+  if (divides) {
+    straight = makeCanvas(input.rect);
+    if (!straight) return std::nullopt;
+    straight->extend(input);
+    unpremultiplyPlanes(straight->planes());
+  }
   FilteredPlanes filtered;
   std::string words;
-  if (!memory_.filters().run(step.filter->chain(step.values), raster.planes, filtered, words)) {
+  if (!memory_.filters().run(step.filter->chain(step.values), divides ? straight->raster().planes : input.planes, input.isOpaque,
+                             filtered, words)) {
     fail("the image filter \"" + step.filter->name + "\" has failed: " + words);
     return std::nullopt;
   }
   if (divides) premultiplyPlanes(filtered.planes);
+  CIRaster raster{input.rect, {}, filtered.owner, input.isOpaque};
   for (size_t i = 0; i < raster.planes.size(); ++i) raster.planes[i] = filtered.planes[i].view();
-  raster.owner = filtered.owner;
+  if (!input.isOpaque) return raster;
+  raster.planes[3] = input.planes[3];
+  raster.owner = std::make_shared<std::pair<std::shared_ptr<const void>, std::shared_ptr<const void>>>(filtered.owner, input.owner);
   return raster;
 }
 

@@ -41,7 +41,7 @@ class CIRenderer {
   explicit CIRenderer(CIRenderMemory& memory) : memory_(memory) {}
 
   /// The image within those samples of the grid. Nothing with a problem.
-  std::optional<CICanvas> render(const CIImageRef& image, const SampleRect& rect);
+  std::optional<CIRaster> render(const CIImageRef& image, const SampleRect& rect);
   const std::string& problem() const { return problem_; }
 
  private:
@@ -51,6 +51,10 @@ class CIRenderer {
     CICanvas& canvas;
   };
 
+  std::optional<CIRaster> renderSource(const CIImageRef& image, const CISource& source, const SampleRect& rect);
+  std::optional<CIRaster> renderClamped(const CIClamped& step, const SampleRect& rect);
+  std::optional<CIRaster> renderFiltered(const CIFiltered& step, const SampleRect& rect);
+  std::optional<CIRaster> renderPainted(const CIImageRef& image, const SampleRect& rect);
   bool paint(const CIImageRef& image, const Target& target);
   bool paintStep(const CIImageRef& image, const std::monostate& step, const Target& target);
   bool paintStep(const CIImageRef& image, const CISource& step, const Target& target);
@@ -61,8 +65,9 @@ class CIRenderer {
   bool paintStep(const CIImageRef& image, const CIComposite& step, const Target& target);
   bool paintStep(const CIImageRef& image, const CIFiltered& step, const Target& target);
   bool paintRaster(const CIRaster& raster, const CGRect& visible, const Target& target);
-  std::optional<CIRaster> filter(const CIFiltered& step, CICanvas& input);
+  std::optional<CIRaster> filter(const CIFiltered& step, const CIRaster& input);
   bool fail(const std::string& problem);
+  std::optional<CICanvas> makeCanvas(const SampleRect& rect);
 
   CIRenderMemory& memory_;
   std::string problem_;

@@ -74,8 +74,24 @@ ColorMatrix3 sepia(double intensity) {
   return matrix;
 }
 
+/// Every channel along the line from `black`, the value that 0 becomes, to `white`, that of 1, cut at both ends.
+std::string line(double black, double white) {
+  const double rise = white - black;
+  double fromIn = 0, toIn = 1;
+  if (rise > 0 && black < 0 && white > 0) fromIn = -black / rise;
+  if (rise > 0 && black < 1 && white > 1) toIn = (1 - black) / rise;
+  const std::string low = text(std::clamp(black, 0.0, 1.0)), high = text(std::clamp(white, 0.0, 1.0));
+  std::string chain = "colorlevels=";
+  for (const std::string channel : {"r", "g", "b"}) {
+    if (channel != "r") chain += ':';
+    chain += channel + "imin=" + text(fromIn) + ':' + channel + "imax=" + text(toIn) + ':' + channel + "omin=" + low + ':' +
+             channel + "omax=" + high;
+  }
+  return chain;
+}
+
 std::string contrast(double factor, double brightness) {
-  return curve("(val-127.5)*" + text(factor) + "+127.5+" + text(255 * brightness));
+  return line(0.5 - factor / 2 + brightness, 0.5 + factor / 2 + brightness);
 }
 
 std::string repeated(const std::string& filter, double times) {
@@ -176,7 +192,7 @@ void addTones(std::vector<NamedFilter>& filters) {
                      "Makes light stronger or weaker",
                      Kind::color,
                      {{"inputEV", 0, -10, 10, "stops of linear light, taking values as encoded with a power of 2.2"}},
-                     [](const Values& v) { return curve("val*" + text(std::exp2(v[0] / 2.2))); },
+                     [](const Values& v) { return line(0, std::exp2(v[0] / 2.2)); },
                      {}});
   filters.push_back({"CIGammaAdjust",
                      "Raises values to a power",

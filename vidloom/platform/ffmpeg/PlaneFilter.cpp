@@ -6,6 +6,7 @@ extern "C" {
 #include <libavutil/buffer.h>
 #include <libavutil/error.h>
 #include <libavutil/frame.h>
+#include <libavutil/pixdesc.h>
 }
 
 namespace vidloom {
@@ -16,14 +17,14 @@ constexpr size_t kKeptGraphs = 4;
 constexpr std::array<int, kBgraPlaneCount> kFramePlanes{1, 0, 2, 3};  // libav keeps G, B, R, A
 
 /// A frame that looks at the planes; read only, so that filters do not work in place.
-AvFramePointer wrap(const BgraPlaneViews& planes) {
+AvFramePointer wrap(const BgraPlaneViews& planes, bool isOpaque) {
   AvFramePointer frame(av_frame_alloc());
   if (!frame) return nullptr;
-  frame->format = AV_PIX_FMT_GBRAP;
+  frame->format = isOpaque ? AV_PIX_FMT_GBRP : AV_PIX_FMT_GBRAP;
   frame->width = planes[0].width;
   frame->height = planes[0].height;
   frame->pts = 0;
-  for (size_t i = 0; i < planes.size(); ++i) {
+  for (size_t i = 0; i < planes.size() - (isOpaque ? 1 : 0); ++i) {
     auto* data = const_cast<uint8_t*>(planes[i].data);
     const int index = kFramePlanes[i];
     frame->data[index] = data;
@@ -41,9 +42,10 @@ int detach(AVFrame& frame) { return av_frame_make_writable(&frame); }
 
 }  // namespace
 
-bool PlaneFilter::run(const std::string& chain, const BgraPlaneViews& planes, FilteredPlanes& result, std::string& problem) {
+bool PlaneFilter::run(const std::string& chain, const BgraPlaneViews& planes, bool isOpaque, FilteredPlanes& result,
+                      std::string& problem) {
   AvLog::install();
-  const AvFramePointer input = wrap(planes);
+  const AvFramePointer input = wrap(planes, isOpaque);
   AvFramePointer output(av_frame_alloc());
   int avError = input && output ? 0 : AVERROR(ENOMEM);
   std::unique_ptr<FilterGraph> graph;
@@ -57,7 +59,7 @@ bool PlaneFilter::run(const std::string& chain, const BgraPlaneViews& planes, Fi
     return false;
   }
   giveBack(chain, std::move(graph));
-  for (size_t i = 0; i < planes.size(); ++i) {
+  for (size_t i = 0; i < planes.size() - (isOpaque ? 1 : 0); ++i) {
     const int index = kFramePlanes[i];
     result.planes[i] = {output->data[index], output->linesize[index], output->width, output->height};
   }
@@ -75,7 +77,7 @@ std::unique_ptr<FilterGraph> PlaneFilter::take(const std::string& chain, const F
       return graph;
     }
   }
-  return FilterGraph::make(chain + ",format=gbrap", input, avError);
+  return FilterGraph::make(chain + ",format=" + av_get_pix_fmt_name(static_cast<AVPixelFormat>(input.format)), input, avError);
 }
 
 void PlaneFilter::giveBack(const std::string& chain, std::unique_ptr<FilterGraph> graph) {

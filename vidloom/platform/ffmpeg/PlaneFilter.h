@@ -20,8 +20,9 @@ struct FilteredPlanes {
 /// Keeps the last few filter graphs for pictures of the same size. Any thread; concurrent calls run side by side.
 class PlaneFilter {
  public:
-  /// The planes, which are left as they are, through a chain in libav's notation that keeps their size. False with libav's words.
-  bool run(const std::string& chain, const BgraPlaneViews& planes, FilteredPlanes& result, std::string& problem);
+  /// The planes, which are left as they are, through a chain in libav's notation that keeps their size. With `isOpaque` the alpha
+  /// plane is left out, and the result's is a null one. False with libav's words.
+  bool run(const std::string& chain, const BgraPlaneViews& planes, bool isOpaque, FilteredPlanes& result, std::string& problem);
 
  private:
   struct Graph {
