@@ -5,21 +5,7 @@
 namespace vidloom {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
-
-TEST(NSLog, GoesToTheSinkAsLongAsThereIsOne) {
-  std::vector<std::string> outer, inner;
-  NSLogSetSink([&](const std::string& line) { outer.push_back(line); });
-  NSLog("1");
-  const NSLogSink before = NSLogSetSink([&](const std::string& line) { inner.push_back(line); });
-  NSLog("2 100%s");
-  NSLogSetSink(before);
-  NSLog("3");
-  NSLogSetSink(nullptr);
-  EXPECT_THAT(outer, ElementsAre("1", "3"));
-  EXPECT_THAT(inner, ElementsAre("2 100%s"));
-}
 
 TEST(NSLog, WritesOneLineWithTimeProcessAndThreadToStandardError) {
   ::testing::internal::CaptureStderr();
@@ -30,9 +16,8 @@ TEST(NSLog, WritesOneLineWithTimeProcessAndThreadToStandardError) {
 }
 
 TEST(NSString, FormatsLikeThePrintfFamily) {
-  EXPECT_EQ(NSStringWithFormat("%f %i %lu %s", 0.5, -3, 7ul, "text"), "0.500000 -3 7 text");
-  EXPECT_EQ(NSStringWithFormat("%s", std::string(5000, 'x').c_str()), std::string(5000, 'x'));
-  EXPECT_EQ(NSStringWithFormat("%s", ""), "");
+  EXPECT_EQ(NSStringWithFormat("%f %i %lu %s", 0.5, -3, 7ul, std::string(5000, 'x').c_str()),
+            "0.500000 -3 7 " + std::string(5000, 'x'));
 }
 
 TEST(NSLogDeathTest, AbortsWithTheLine) {

@@ -44,16 +44,6 @@ TEST_F(NotificationCenter, TellsThoseWhoListenToThatNameAndPosterInOrder) {
   EXPECT_THAT(journal_, ElementsAre("any:end", "every:end", "every:start"));
 }
 
-TEST_F(NotificationCenter, DoesNotRetainObservers) {
-  auto one = listener("one");
-  const auto watch = std::weak_ptr(one);
-  center_.addObserver(one, "end", nullptr);
-  one.reset();
-  EXPECT_TRUE(watch.expired());
-  center_.postNotificationName("end", nullptr);
-  EXPECT_THAT(journal_, IsEmpty());
-}
-
 TEST_F(NotificationCenter, RemovesByAddressAllRegistrationsOrThoseNamed) {
   const auto one = listener("one");
   center_.addObserver(one, "a", nullptr);
