@@ -93,13 +93,6 @@ TEST(TimedWait, EndsWhenTheClockMovesOnJustAsItBegins) {
   DispatchClock::setCurrent(nullptr);
 }
 
-TEST_F(HandDriven, KeepsWhatWaitsWhenTheClockIsReplaced) {
-  after(10, "old clock");
-  DispatchClock::setCurrent(nullptr);
-  advance(10);
-  EXPECT_THAT(journal_.words(), ElementsAre("old clock"));
-}
-
 TEST(MonotonicClock, SubmitsInOrderOfTimeNotEarlierThanAsked) {
   const auto clock = DispatchClock::current();
   const uint64_t start = clock->nowNs();

@@ -68,25 +68,5 @@ TEST(Semaphore, CountsSignalsAndRefusesANegativeStart) {
   EXPECT_NE(dispatch_semaphore_wait(semaphore, DISPATCH_TIME_NOW), 0);
 }
 
-TEST(Semaphore, PassesTheBatonBetweenQueues) {
-  const auto queue = dispatch_queue_create("partner", DISPATCH_QUEUE_SERIAL);
-  const auto there = dispatch_semaphore_create(0), back = dispatch_semaphore_create(0);
-  int baton = 0;
-  dispatch_async(queue, [&] {
-    for (int i = 0; i < 200; ++i) {
-      dispatch_semaphore_wait(there, DISPATCH_TIME_FOREVER);
-      ++baton;
-      dispatch_semaphore_signal(back);
-    }
-  });
-  for (int i = 0; i < 200; ++i) {
-    ++baton;
-    dispatch_semaphore_signal(there);
-    ASSERT_TRUE(cameThrough(back));
-  }
-  flush(queue);
-  EXPECT_EQ(baton, 400);
-}
-
 }  // namespace
 }  // namespace vidloom
