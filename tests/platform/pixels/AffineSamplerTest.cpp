@@ -1,7 +1,6 @@
 #include "vidloom/platform/pixels/AffineSampler.h"
 
 #include <cmath>
-#include <numbers>
 
 #include "tests/platform/pixels/EveryTarget.h"
 #include "tests/platform/pixels/TestPictures.h"
@@ -18,11 +17,6 @@ double bilinear(const Plane& source, CGPoint at) {
   const double u = x - left, v = y - top;
   return (1 - v) * ((1 - u) * source.at(left, top) + u * source.at(right, top)) +
          v * ((1 - u) * source.at(left, bottom) + u * source.at(right, bottom));
-}
-
-CGAffineTransform turnedBy(double degrees, double scale, double tx, double ty) {
-  const double angle = degrees * std::numbers::pi / 180;
-  return {scale * std::cos(angle), scale * std::sin(angle), -scale * std::sin(angle), scale * std::cos(angle), tx, ty};
 }
 
 struct AffineCase {

@@ -35,7 +35,16 @@ double reference(const Plane& source, const AxisMap& map, int x, int y) {
 Plane scaled(const Plane& source, const AxisMap& map, const SampleRect& rect) {
   PlaneScaler scaler(source.view(), std::make_shared<ScalePlan>(source.width(), source.height(), map, rect));
   Plane result(rect.width(), rect.height());
-  for (int y = rect.y0; y < rect.y1; ++y) scaler.row(y, result.writable().row(y - rect.y0));
+  for (const int direction : {1, -1}) {  // rows may be asked for in any order
+    for (int i = 0; i < rect.height(); ++i) {
+      const int row = direction > 0 ? i : rect.height() - 1 - i;
+      std::vector<uint8_t> samples(static_cast<size_t>(rect.width()));
+      scaler.row(rect.y0 + row, samples.data());
+      const auto place = result.writable().row(row);
+      EXPECT_TRUE(direction > 0 || std::equal(samples.begin(), samples.end(), place)) << "row " << row;
+      std::copy(samples.begin(), samples.end(), place);
+    }
+  }
   return result;
 }
 
@@ -88,18 +97,6 @@ TEST(PlaneScaler, KeepsFlatPlanesFlat) {
       const Plane result = scaled(Plane(37, 23, uint8_t(code)), {scale, scale, 0.3, -0.3}, {0, 0, 18, 11});
       EXPECT_EQ(result, Plane(18, 11, uint8_t(code))) << scale;
     }
-  }
-}
-
-TEST(PlaneScaler, GivesRowsInAnyOrder) {
-  const Plane source = noisePlane(30, 30, 3);
-  const SampleRect rect{0, 0, 45, 45};
-  const Plane inOrder = scaled(source, {1.5, 1.5, 0, 0}, rect);
-  PlaneScaler scaler(source.view(), std::make_shared<ScalePlan>(30, 30, AxisMap{1.5, 1.5, 0, 0}, rect));
-  for (int y = 44; y >= 0; --y) {
-    std::vector<uint8_t> row(45);
-    scaler.row(y, row.data());
-    EXPECT_TRUE(std::equal(row.begin(), row.end(), inOrder.view().row(y))) << y;
   }
 }
 

@@ -1,12 +1,15 @@
 // Pictures for the tests of the kernels: noise, gradients, and ways to look at them.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <numbers>
 #include <random>
 #include <vector>
 
+#include "vidloom/platform/coregraphics/CGGeometry.h"
 #include "vidloom/platform/pixels/PicturePool.h"
 #include "vidloom/platform/pixels/PlaneView.h"
 
@@ -35,6 +38,12 @@ class Plane {
   int width_, height_;
   std::vector<uint8_t> bytes_;
 };
+
+/// Turned about the origin, enlarged and moved.
+inline CGAffineTransform turnedBy(double degrees, double scale, double tx, double ty) {
+  const double angle = degrees * std::numbers::pi / 180;
+  return {scale * std::cos(angle), scale * std::sin(angle), -scale * std::sin(angle), scale * std::cos(angle), tx, ty};
+}
 
 inline Plane noisePlane(int width, int height, unsigned seed, int low = 0, int high = 255) {
   Plane plane(width, height);
