@@ -94,6 +94,24 @@ const fs::path& scratchFolder() {
   return folder.path;
 }
 
+fs::path freshDestination(const std::string& name) {
+  static int count = 0;
+  const fs::path folder = scratchFolder() / ("out" + std::to_string(count++));
+  fs::create_directories(folder);
+  return folder / name;
+}
+
+size_t filesBeside(const fs::path& destination) {
+  const fs::directory_iterator files(destination.parent_path());
+  return static_cast<size_t>(std::distance(begin(files), end(files)));
+}
+
+FileSizeLimit::FileSizeLimit(rlim_t byteCount) {
+  getrlimit(RLIMIT_FSIZE, &before_);
+  const rlimit lowered{byteCount, before_.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &lowered);
+}
+
 int runProgram(const std::vector<std::string>& command, std::string* output, const InputFeed& input) {
   std::signal(SIGPIPE, SIG_IGN);
   Pipe in(static_cast<bool>(input)), out(true);

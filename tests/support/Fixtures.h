@@ -1,6 +1,8 @@
 // Clips made on the spot with the `ffmpeg` program, and what that program says about files that we wrote.
 #pragma once
 
+#include <sys/resource.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -14,6 +16,20 @@ namespace vidloom::testing {
 
 /// A folder of this process for whatever a test writes; removed when the process ends.
 const std::filesystem::path& scratchFolder();
+
+/// A destination in a new folder of its own, and how many files that folder holds.
+std::filesystem::path freshDestination(const std::string& name = "movie.mp4");
+size_t filesBeside(const std::filesystem::path& destination);
+
+/// Files of this process cannot grow beyond that size while it lives.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t byteCount);
+  ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+  rlimit before_{};
+};
 
 /// Runs a program and waits for it; `input` (may be empty) is called until it returns false and what it appends is fed to the
 /// program's standard input. Returns the exit status; standard output goes to *output where given. Standard error is dropped

@@ -9,8 +9,6 @@ namespace vidloom::testing {
 
 /// A grey picture that carries `index` in its luma (see drawFrameIndex), limited range BT.709.
 PictureRef numberedPicture(int index, int width, int height);
-/// A picture of one colour.
-PictureRef flatPicture(int width, int height, uint8_t y, uint8_t cb, uint8_t cr, const PictureColor& color = {});
 /// Noise in all planes, another for every seed: hard to compress.
 PictureRef noisyPicture(uint32_t seed, int width, int height);
 

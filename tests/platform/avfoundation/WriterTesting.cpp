@@ -4,18 +4,6 @@
 
 namespace vidloom::testing {
 
-std::filesystem::path freshMovie() {
-  static int counter = 0;
-  const auto folder = scratchFolder() / ("movie" + std::to_string(++counter));
-  std::filesystem::create_directories(folder);
-  return folder / "movie.mp4";
-}
-
-size_t filesIn(const std::filesystem::path& folder) {
-  const std::filesystem::directory_iterator files(folder);
-  return static_cast<size_t>(std::distance(begin(files), end(files)));
-}
-
 NSDictionary videoSettings(double width, double height) {
   return {{AVVideoWidthKey, width}, {AVVideoHeightKey, height}, {AVVideoCodecKey, AVVideoCodecTypeH264}};
 }
@@ -61,17 +49,9 @@ CMSampleBufferRef bufferSample(const CVPixelBufferRef& buffer, const CMTime& tim
   return sample;
 }
 
-CMSampleBufferRef pictureSample(const PictureRef& picture, const CMTime& time, const CMTime& duration) {
-  const CVPixelBufferRef buffer = CVPixelBufferCreateWithPicture(picture, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange);
-  CMFormatDescriptionRef format;
-  CMVideoFormatDescriptionCreateForImageBuffer(buffer, &format);
-  CMSampleBufferRef sample;
-  CMSampleBufferCreateForImageBuffer(buffer, true, format, {duration, time, kCMTimeInvalid}, &sample);
-  return sample;
-}
-
 CMSampleBufferRef numberedSample(int index, const CMTime& time) {
-  return pictureSample(numberedPicture(index, writerWidth, writerHeight), time);
+  const auto picture = numberedPicture(index, writerWidth, writerHeight);
+  return bufferSample(CVPixelBufferCreateWithPicture(picture, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange), time);
 }
 
 CMSampleBufferRef pcmSample(const AudioStreamBasicDescription& stream, std::vector<uint8_t> bytes, int64_t frameCount,

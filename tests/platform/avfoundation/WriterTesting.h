@@ -17,10 +17,6 @@ namespace vidloom::testing {
 
 inline constexpr int writerWidth = 160, writerHeight = 96;
 
-/// A destination in a folder of its own.
-std::filesystem::path freshMovie();
-size_t filesIn(const std::filesystem::path& folder);
-
 NSDictionary videoSettings(double width = writerWidth, double height = writerHeight);
 NSDictionary audioSettings();
 std::shared_ptr<AVAssetWriterInput> videoInput();
@@ -33,7 +29,6 @@ std::shared_ptr<AVAssetWriter> startedWriter(const std::filesystem::path& movie,
                                              const std::vector<std::shared_ptr<AVAssetWriterInput>>& inputs,
                                              const CMTime& start = kCMTimeZero);
 
-CMSampleBufferRef pictureSample(const PictureRef& picture, const CMTime& time, const CMTime& duration = CMTimeMake(1, 30));
 CMSampleBufferRef numberedSample(int index, const CMTime& time);
 CMSampleBufferRef bufferSample(const CVPixelBufferRef& buffer, const CMTime& time);
 /// Interleaved stereo float.

@@ -9,17 +9,15 @@
 #include <numeric>
 #include <sstream>
 
-#include "tests/support/Fixtures.h"
+#include "tests/platform/ffmpeg/MediaTesting.h"
 #include "vidloom/platform/avfoundation/AVError.h"
 
 namespace vidloom {
 namespace {
 
-using testing::ClipSpec;
 using testing::makeClip;
+using testing::sample;
 using testing::withEdits;
-
-std::filesystem::path sample(const std::string& name) { return std::filesystem::path(VIDLOOM_TEST_DATA) / "media" / name; }
 
 std::string text(const CMTime& time) {
   std::ostringstream out;
@@ -68,13 +66,8 @@ std::vector<std::string> describe(const std::filesystem::path& path) {
   return tracks;
 }
 
-struct RealFile {
-  const char* name;
-  std::vector<std::string> tracks;
-};
-
 TEST(MediaFile, UnderstandsRealFiles) {
-  const RealFile files[] = {
+  const std::pair<const char*, std::vector<std::string>> files[] = {
       {"h264_rotation_90cw_phone_568x320.mov", {"h264 [1920/19200 @ 0/19200] 568x320 bt709 (0 1 -1 0 320 0)"}},
       {"h264_mirrored_horizontal_flat_green.mp4",
        {"h264 [15360/15360 @ 1024/15360] 128x72 smpte170m full untagged (-1 0 0 1 0 0)",
@@ -114,24 +107,26 @@ TEST(MediaFile, UnderstandsRealFiles) {
       {"bad_duration_int64_max.mp4", {"other"}},
       {"bad_negative_duration.mp4", {"other"}},
   };
-  for (const RealFile& file : files) EXPECT_EQ(describe(sample(file.name)), file.tracks) << file.name;
+  for (const auto& [name, tracks] : files) EXPECT_EQ(describe(sample(name)), tracks) << name;
+}
+
+void expectRefused(const std::filesystem::path& path, const std::string& words, const MediaLimits& limits = {}) {
+  std::optional<NSError> error;
+  EXPECT_EQ(MediaFile::open(path, limits, &error), nullptr) << path;
+  ASSERT_TRUE(error) << path;
+  EXPECT_EQ(error->domain(), AVFoundationErrorDomain);
+  EXPECT_NE(error->localizedDescription().find(words), std::string::npos) << error->localizedDescription();
 }
 
 TEST(MediaFile, RefusesWhatItCannotReadAndNamesIt) {
   for (const char* name : {"bad_header.mp4", "bad_editlist_rate_65535.mp4", "bad_negative_sample_size.mp4", "bad_corrupt.mkv",
                            "bad_stsc_stco_contradiction.mp4", "bad_truncated_1024_bytes.mov", "bad_garbled.webm", "bad_fuzz.mp3",
                            "bad_fuzz_extradata.wav", "bad_fuzz_no_data_chunk.wav", "bad_255_channels.wav", "no such file.mp4"}) {
-    std::optional<NSError> error;
-    EXPECT_EQ(MediaFile::open(sample(name), {}, &error), nullptr) << name;
-    ASSERT_TRUE(error) << name;
-    EXPECT_EQ(error->domain(), AVFoundationErrorDomain);
-    EXPECT_NE(error->localizedDescription().find(name), std::string::npos) << error->localizedDescription();
+    expectRefused(sample(name), name);
   }
   std::optional<NSError> error;
   MediaFile::open(sample("no such file.mp4"), {}, &error);
-  ASSERT_TRUE(error && error->underlyingError());
-  EXPECT_EQ(error->underlyingError()->domain(), NSPOSIXErrorDomain);
-  EXPECT_EQ(error->underlyingError()->code(), ENOENT);
+  EXPECT_EQ(error->underlyingError().value_or(NSError{}).code(), ENOENT);
 }
 
 std::filesystem::path makeSocket() {
@@ -152,19 +147,11 @@ TEST(MediaFile, RefusesWhatIsNoFileWithoutWaiting) {
       {testing::scratchFolder(), "is a folder"},         {pipe, "is a pipe"},          {makeSocket(), "is a socket"},
       {testing::writeFile("empty.mp4", ""), "is empty"}, {"/dev/zero", "is a device"},
   };
-  for (const auto& [path, words] : cases) {
-    std::optional<NSError> error;
-    EXPECT_EQ(MediaFile::open(path, {}, &error), nullptr) << path;
-    ASSERT_TRUE(error) << path;
-    EXPECT_NE(error->localizedDescription().find(words), std::string::npos) << error->localizedDescription();
-  }
+  for (const auto& [path, words] : cases) expectRefused(path, words);
 }
 
 TEST(MediaFile, OpensNothingButTheFileItself) {
-  ClipSpec spec;
-  spec.frameCount = 3;
-  const std::filesystem::path clip = makeClip(spec);
-  const std::string name = clip.string();
+  const std::string name = makeClip({.frameCount = 3}).string();
   const std::pair<const char*, std::string> scripts[] = {
       {"hls.mp4", "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:10\n#EXTINF:10,\n" + name + "\n#EXT-X-ENDLIST\n"},
       {"hls.ts", "#EXTM3U\n#EXT-X-TARGETDURATION:10\n#EXTINF:10,\nfile://" + name + "\n#EXT-X-ENDLIST\n"},
@@ -175,18 +162,11 @@ TEST(MediaFile, OpensNothingButTheFileItself) {
       {"still.mp4", "\x89PNG\r\n\x1a\n" + std::string(64, '\0')},
       {"subtitles.mp4", "1\n00:00:00,000 --> 00:00:01,000\nHello\n\n2\n00:00:01,000 --> 00:00:02,000\nHello\n\n"},
   };
-  for (const auto& [file, content] : scripts) {
-    std::optional<NSError> error;
-    EXPECT_EQ(MediaFile::open(testing::writeFile(file, content), {}, &error), nullptr) << file;
-    EXPECT_TRUE(error) << file;
-  }
+  for (const auto& [file, content] : scripts) expectRefused(testing::writeFile(file, content), file);
 }
 
 TEST(MediaFile, KeepsToItsLimits) {
-  ClipSpec spec;
-  spec.frameCount = 5;
-  spec.sound = testing::sine(440, 8000, 48000);
-  const std::filesystem::path clip = makeClip(spec);
+  const std::filesystem::path clip = makeClip({.frameCount = 5, .sound = testing::sine(440, 8000, 48000)});
   MediaLimits pixels, tracks, samples, channels;
   pixels.maxPixels = 320 * 180 - 1;
   tracks.maxTracks = 1;
@@ -194,23 +174,10 @@ TEST(MediaFile, KeepsToItsLimits) {
   channels.maxChannels = 1;
   const std::pair<MediaLimits, const char*> cases[] = {
       {pixels, "320x180 pixels"}, {tracks, "more than 1 tracks"}, {samples, "sample table"}, {channels, "2 channels"}};
-  for (const auto& [limits, words] : cases) {
-    std::optional<NSError> error;
-    EXPECT_EQ(MediaFile::open(clip, limits, &error), nullptr) << words;
-    ASSERT_TRUE(error) << words;
-    EXPECT_NE(error->localizedDescription().find(words), std::string::npos) << error->localizedDescription();
-  }
+  for (const auto& [limits, words] : cases) expectRefused(clip, words, limits);
 }
 
-/// 30 frames a second; the movie's clock has 240000 ticks a second, the media's 15360, the sound's 48000.
-std::filesystem::path editedClip(int frames, const std::vector<testing::EditEntry>& edits, const char* handler = "vide") {
-  ClipSpec spec;
-  spec.frameCount = frames;
-  spec.bFrames = 2;
-  spec.sound = testing::sine(440, frames * 1600, 48000);
-  return withEdits(makeClip(spec), handler, edits);
-}
-
+/// The movie's clock has 240000 ticks a second, the media's 15360.
 TEST(MediaFile, ReadsEditListsAsTheyAreMeant) {
   const struct {
     const char* name;
@@ -234,18 +201,15 @@ TEST(MediaFile, ReadsEditListsAsTheyAreMeant) {
       {"absurd", {{int64_t{1} << 62, 1024}}, "15360/15360 @ 1024/15360"},
   };
   for (const auto& test : cases) {
-    std::optional<NSError> error;
-    const auto file = MediaFile::open(editedClip(30, test.edits), {}, &error);
-    ASSERT_TRUE(file) << test.name;
-    EXPECT_EQ(textOfEdits(file->tracks()[0]), test.expected) << test.name;
+    const auto clip = makeClip({.bFrames = 2, .sound = testing::sine(440, 48000, 48000)});
+    const auto media = testing::openMedia(withEdits(clip, "vide", test.edits), MediaKind::video);
+    EXPECT_EQ(textOfEdits(media.info()), test.expected) << test.name;
   }
 }
 
 TEST(MediaFile, KeepsTheLastPictureWhereAnEditAndTheSamplesDurationsReachFurther) {
-  ClipSpec spec;
-  spec.bFrames = 2;
-  spec.videoOptions = {"-movflags", "negative_cts_offsets"};
-  std::string bytes = testing::readFile(withEdits(makeClip(spec), "vide", {{240000, 0}}));
+  const auto clip = makeClip({.bFrames = 2, .videoOptions = {"-movflags", "negative_cts_offsets"}});
+  std::string bytes = testing::readFile(withEdits(clip, "vide", {{240000, 0}}));
   const size_t table = bytes.find("ctts") + 8;
   const auto word = [&bytes](size_t at) {
     return std::accumulate(&bytes[at], &bytes[at] + 4, 0u, [](uint32_t sum, char byte) { return sum << 8 | (byte & 255u); });
@@ -255,48 +219,33 @@ TEST(MediaFile, KeepsTheLastPictureWhereAnEditAndTheSamplesDurationsReachFurther
     const uint32_t offset = word(at) - 5120;
     for (size_t i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(offset >> (24 - 8 * i));
   }
-  const auto file = MediaFile::open(testing::writeFile("early.mp4", bytes), {}, nullptr);
-  ASSERT_TRUE(file);
-  EXPECT_EQ(textOfEdits(file->tracks()[0]), "240000/240000 @ 0/15360");
+  const auto media = testing::openMedia(testing::writeFile("early.mp4", bytes), MediaKind::video);
+  EXPECT_EQ(textOfEdits(media.info()), "240000/240000 @ 0/15360");
 }
 
 TEST(MediaFile, TakesAnEditThatIsRoundedToMillisecondsForTheWhole) {
-  ClipSpec spec;
-  spec.videoOptions = {"-movie_timescale", "1000"};
   for (const int frames : {1, 7, 29, 299}) {
-    spec.frameCount = frames;
-    std::optional<NSError> error;
-    const auto file = MediaFile::open(makeClip(spec), {}, &error);
-    ASSERT_TRUE(file);
-    EXPECT_EQ(CMTimeCompare(file->duration(), CMTimeMake(frames, 30)), 0) << frames << " frames: " << file->duration();
+    const auto clip = makeClip({.frameCount = frames, .videoOptions = {"-movie_timescale", "1000"}});
+    const CMTime duration = testing::openMedia(clip, MediaKind::video).file->duration();
+    EXPECT_EQ(CMTimeCompare(duration, CMTimeMake(frames, 30)), 0) << frames << " frames: " << duration;
   }
 }
 
 TEST(MediaFile, KnowsRateAndWhetherItVaries) {
-  const struct {
-    std::string rate;
-    double expected;
-  } cases[] = {{"24", 24}, {"25", 25}, {"30000/1001", 30000.0 / 1001}, {"60", 60}};
+  const std::pair<std::string, double> cases[] = {{"24", 24}, {"25", 25}, {"30000/1001", 30000.0 / 1001}, {"60", 60}};
   for (const char* container : {"mp4", "mkv"}) {
-    for (const auto& test : cases) {
-      ClipSpec spec;
-      spec.frameRate = test.rate;
-      spec.container = container;
-      const auto file = MediaFile::open(makeClip(spec), {}, nullptr);
-      ASSERT_TRUE(file);
-      EXPECT_NEAR(file->tracks()[0].nominalFrameRate, test.expected, 0.001) << container << ' ' << test.rate;
-      EXPECT_FALSE(file->tracks()[0].variableFrameRate) << container << ' ' << test.rate;
+    for (const auto& [rate, expected] : cases) {
+      const auto media = testing::openMedia(makeClip({.frameRate = rate, .container = container}), MediaKind::video);
+      EXPECT_NEAR(media.info().nominalFrameRate, expected, 0.001) << container << ' ' << rate;
+      EXPECT_FALSE(media.info().variableFrameRate) << container << ' ' << rate;
     }
   }
-  ClipSpec uneven;
-  uneven.videoOptions = {"-vf", "settb=1/1000,setpts='N*58+mod(N*N*37,29)'", "-fps_mode", "passthrough"};
-  EXPECT_TRUE(MediaFile::open(makeClip(uneven), {}, nullptr)->tracks()[0].variableFrameRate);
+  const auto uneven = makeClip({.videoOptions = {"-vf", "settb=1/1000,setpts='N*58+mod(N*N*37,29)'", "-fps_mode", "passthrough"}});
+  EXPECT_TRUE(testing::openMedia(uneven, MediaKind::video).info().variableFrameRate);
 }
 
 TEST(MediaFile, FindsTheSameTracksInATruncatedMovieWithItsIndexInFront) {
-  ClipSpec spec;
-  spec.videoOptions = {"-movflags", "faststart"};
-  const std::filesystem::path whole = makeClip(spec);
+  const std::filesystem::path whole = makeClip({.videoOptions = {"-movflags", "faststart"}});
   const std::string bytes = testing::readFile(whole);
   EXPECT_EQ(describe(testing::writeFile("cut.mp4", bytes.substr(0, bytes.size() * 2 / 3))), describe(whole));
 }

@@ -13,19 +13,6 @@ namespace vidloom::testing {
 
 inline constexpr int movieWidth = 160, movieHeight = 96;
 
-/// A destination of its own, in a folder of its own.
-inline std::filesystem::path freshDestination(const std::string& name = "movie.mp4") {
-  static int counter = 0;
-  const auto folder = scratchFolder() / ("out" + std::to_string(++counter));
-  std::filesystem::create_directories(folder);
-  return folder / name;
-}
-
-inline size_t filesBeside(const std::filesystem::path& destination) {
-  const std::filesystem::directory_iterator files(destination.parent_path());
-  return static_cast<size_t>(std::distance(begin(files), end(files)));
-}
-
 inline MovieWriter::VideoSettings smallVideo(int width = movieWidth, int height = movieHeight) {
   MovieWriter::VideoSettings settings;
   settings.width = width;

@@ -2,37 +2,30 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <sstream>
 
-#include "tests/support/Fixtures.h"
+#include "tests/platform/ffmpeg/MediaTesting.h"
+#include "tests/platform/pixels/TestPictures.h"
+#include "tests/support/MovieProbe.h"
 #include "vidloom/platform/ffmpeg/VideoDecoder.h"
 
 namespace vidloom {
 namespace {
 
-using testing::ClipSpec;
 using testing::makeClip;
 
-std::filesystem::path sample(const std::string& name) { return std::filesystem::path(VIDLOOM_TEST_DATA) / "media" / name; }
+using testing::sample;
 
-struct Decoded {
-  std::shared_ptr<const MediaFile> file;
-  std::unique_ptr<VideoDecoder> decoder;
-  const MediaTrack& track() const { return file->tracks()[0]; }
+struct Decoded : testing::OpenedMedia {
+  explicit Decoded(const std::filesystem::path& path)
+      : OpenedMedia(testing::openMedia(path, MediaKind::video)),
+        decoder(testing::decoderFor<VideoDecoder>(*this, VideoDecoder::Options{})) {}
   PictureRef at(const CMTime& time) const {
     const auto frame = decoder->frameAt(time, nullptr);
     return frame ? frame->picture : nullptr;
   }
+  std::unique_ptr<VideoDecoder> decoder;
 };
-
-Decoded openPictures(const std::filesystem::path& path) {
-  std::optional<NSError> error;
-  Decoded decoded{MediaFile::open(path, {}, &error), nullptr};
-  if (decoded.file) decoded.decoder = VideoDecoder::open(decoded.file, 0, {}, &error);
-  if (!decoded.decoder) throw std::runtime_error(error ? error->localizedDescription() : path.string());
-  return decoded;
-}
 
 struct Rgb {
   double red, green, blue;
@@ -106,7 +99,7 @@ TEST(Picture, ShowsTheSameColoursHoweverTheyAreStored) {
   };
   for (const auto& test : cases) {
     const auto path = colorClip(test.filters, test.output, test.name);
-    const PictureRef picture = openPictures(path).at(kCMTimeZero);
+    const PictureRef picture = Decoded(path).at(kCMTimeZero);
     ASSERT_TRUE(picture) << test.name;
     EXPECT_EQ(picture->width, 128) << test.name;
     const Rgb left = colorAt(*picture, 30, 40), right = colorAt(*picture, 98, 40);
@@ -116,22 +109,14 @@ TEST(Picture, ShowsTheSameColoursHoweverTheyAreStored) {
 }
 
 TEST(Picture, PassesStoredCodesOnUntouched) {
-  ClipSpec spec;
-  spec.frameCount = 3;
-  spec.width = 166;
-  spec.height = 122;
-  const auto clip = makeClip(spec);
+  const auto clip = makeClip({.frameCount = 3, .width = 166, .height = 122});
   std::string stored;
   testing::runProgram({"ffmpeg", "-v", "error", "-i", clip.string(), "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"}, &stored);
-  const PictureRef picture = openPictures(clip).at(kCMTimeZero);
+  const PictureRef picture = Decoded(clip).at(kCMTimeZero);
   ASSERT_TRUE(picture);
-  size_t at = 0;
-  for (const auto& [plane, width, height] :
-       {std::tuple(picture->y, 166, 122), std::tuple(picture->cb, 83, 61), std::tuple(picture->cr, 83, 61)}) {
-    for (int row = 0; row < height; ++row, at += static_cast<size_t>(width)) {
-      ASSERT_EQ(std::memcmp(plane.data + row * plane.stride, stored.data() + at, static_cast<size_t>(width)), 0) << "row " << row;
-    }
-  }
+  auto next = stored.begin();
+  const auto expected = test::makePicture(166, 122, picture->color, false, [&](int, int, int) { return *next++ & 255; });
+  EXPECT_EQ(test::largestDifference(*picture, *expected), 0);
 }
 
 /// Grey bars of 10-bit codes, tagged as given.
@@ -144,8 +129,8 @@ std::filesystem::path barsClip(const std::string& transfer) {
 
 TEST(Picture, MapsHighDynamicRangeToStandard) {
   for (const char* transfer : {"smpte2084", "arib-std-b67"}) {
-    const Decoded decoded = openPictures(barsClip(transfer));
-    EXPECT_TRUE(decoded.track().highDynamicRange);
+    const Decoded decoded(barsClip(transfer));
+    EXPECT_TRUE(decoded.info().highDynamicRange);
     const PictureRef picture = decoded.at(kCMTimeZero);
     ASSERT_TRUE(picture) << transfer;
     EXPECT_EQ(picture->color, PictureColor{}) << transfer;
@@ -183,29 +168,26 @@ TEST(Picture, DeinterlacesToTheFrameRateTheSameHoweverAFrameIsReached) {
   const auto clip = interlacedClip();
   std::string woven;
   testing::runProgram({"ffmpeg", "-v", "error", "-i", clip.string(), "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"}, &woven);
-  const Decoded linear = openPictures(clip);
-  EXPECT_TRUE(linear.track().interlaced);
-  EXPECT_NEAR(linear.track().nominalFrameRate, 25, 0.01);
-  const CMTime start = linear.track().edits[0].mediaStart;
+  const Decoded linear(clip);
+  EXPECT_TRUE(linear.info().interlaced);
+  EXPECT_NEAR(linear.info().nominalFrameRate, 25, 0.01);
+  const CMTime start = linear.info().edits[0].mediaStart;
   for (int i = 0; i < 30; ++i) {
     const CMTime time = CMTimeAdd(start, CMTimeMake(i, 25));
     const PictureRef picture = linear.at(time);
     ASSERT_TRUE(picture);
     const auto* stored = reinterpret_cast<const uint8_t*>(woven.data()) + static_cast<size_t>(i) * 320 * 240 * 3 / 2;
     EXPECT_LT(combing(picture->y.data, picture->y.stride, 320, 240), 0.6 * combing(stored, 320, 320, 240)) << "frame " << i;
-    const PictureRef jumped = openPictures(clip).at(time);
+    const PictureRef jumped = Decoded(clip).at(time);
     ASSERT_TRUE(jumped);
-    for (int row = 0; row < 240; ++row) {
-      ASSERT_EQ(std::memcmp(picture->y.data + row * picture->y.stride, jumped->y.data + row * jumped->y.stride, 320), 0)
-          << "frame " << i << " row " << row;
-    }
+    EXPECT_EQ(test::largestDifference(*picture, *jumped), 0) << "frame " << i;
   }
 }
 
 TEST(Picture, KeepsTheTracksFirstSizeWhenTheSizeChanges) {
   for (const auto& [name, width, height] :
        {std::tuple("h264_resolution_change_400x300_to_200x150.mp4", 400, 300), std::tuple("vp8_resolution_change.webm", 60, 40)}) {
-    const Decoded decoded = openPictures(sample(name));
+    const Decoded decoded(sample(name));
     for (const double position : {0.0, 0.5, 0.99}) {
       const double seconds = CMTimeGetSeconds(decoded.file->duration()) * position;
       const PictureRef picture = decoded.at(CMTimeMakeWithSeconds(seconds, 90000));
@@ -215,7 +197,7 @@ TEST(Picture, KeepsTheTracksFirstSizeWhenTheSizeChanges) {
     }
   }
   // Red first, green after the change.
-  const Decoded decoded = openPictures(sample("h264_resolution_change_400x300_to_200x150.mp4"));
+  const Decoded decoded(sample("h264_resolution_change_400x300_to_200x150.mp4"));
   const Rgb first = colorAt(*decoded.at(kCMTimeZero), 200, 150), last = colorAt(*decoded.at(CMTimeMake(19, 10)), 390, 290);
   EXPECT_GT(first.red, 150);
   EXPECT_LT(first.green, 100);
@@ -224,81 +206,53 @@ TEST(Picture, KeepsTheTracksFirstSizeWhenTheSizeChanges) {
 }
 
 TEST(Picture, KeepsTransparency) {
-  const Decoded vp9 = openPictures(sample("vp9_alpha_transparent_200x200.webm"));
+  const Decoded vp9(sample("vp9_alpha_transparent_200x200.webm"));
   const PictureRef picture = vp9.at(CMTimeMake(1, 1));
   ASSERT_TRUE(picture && picture->hasAlpha());
   EXPECT_EQ(picture->alpha.data[2 * picture->alpha.stride + 2], 0);
   const auto clip =
       colorClip(",format=rgba,geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='if(lt(X,64),255,64)',format=argb", "-c:v qtrle", "alpha.mov");
-  const PictureRef half = openPictures(clip).at(kCMTimeZero);
+  const PictureRef half = Decoded(clip).at(kCMTimeZero);
   ASSERT_TRUE(half && half->hasAlpha());
   EXPECT_EQ(half->alpha.data[20 * half->alpha.stride + 20], 255);
   EXPECT_EQ(half->alpha.data[20 * half->alpha.stride + 100], 64);
 }
 
 TEST(Picture, HoldsTheLastGoodOneThroughDamageAndLogsIt) {
-  ClipSpec spec;
-  spec.frameCount = 40;
-  spec.gop = 10;
-  spec.width = 640;
-  spec.height = 360;
-  spec.videoOptions = {"-movflags", "faststart"};
-  const auto clip = makeClip(spec);
-  std::string offset;
-  testing::runProgram(
-      {"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pos", "-of", "csv=p=0", clip.string()}, &offset);
-  std::istringstream lines(offset);
-  size_t position = 0;
-  for (int i = 0; i <= 14; ++i) lines >> position;
+  const auto clip =
+      makeClip({.frameCount = 40, .width = 640, .height = 360, .gop = 10, .videoOptions = {"-movflags", "faststart"}});
   std::string bytes = testing::readFile(clip);
-  bytes.replace(position, 40, std::string(40, '\xff'));
+  bytes.replace(static_cast<size_t>(testing::MovieProbe(clip).packets("v:0").at(14).position), 40, std::string(40, '\xff'));
   const testing::LogCapture log;
-  const Decoded decoded = openPictures(testing::writeFile("damaged.mp4", bytes));
-  std::vector<int> shown;
+  const Decoded decoded(testing::writeFile("damaged.mp4", bytes));
   for (int i = 0; i < 40; ++i) {
     const PictureRef picture = decoded.at(CMTimeMake(i, 30));
     ASSERT_TRUE(picture) << i;
-    shown.push_back(testing::readFrameIndex(*picture));
-  }
-  for (int i = 0; i < 40; ++i) {
-    if (i < 14 || i >= 20) {
-      EXPECT_EQ(shown[static_cast<size_t>(i)], i);
+    if (i <= 14 || i >= 20) {
+      EXPECT_EQ(testing::readFrameIndex(*picture), i == 14 ? 13 : i);
     }
   }
-  EXPECT_EQ(shown[14], 13);
   EXPECT_TRUE(log.contains({"damaged.mp4", "damaged picture", "at 0.467 s"}));
 }
 
-TEST(Picture, IsTheSameWithAnyNumberOfThreads) {
-  ClipSpec spec;
-  spec.frameCount = 20;
-  spec.bFrames = 3;
-  spec.gop = 7;
-  const auto file = MediaFile::open(makeClip(spec), {}, nullptr);
-  ASSERT_TRUE(file);
+TEST(Picture, IsTheSameWithAnyNumberOfThreadsAndOutlivesItsDecoder) {
+  const auto clip = testing::openMedia(makeClip({.frameCount = 20, .gop = 7, .bFrames = 3}), MediaKind::video);
   for (const int threads : {2, 3}) {
-    const auto one = VideoDecoder::open(file, 0, {1}, nullptr), many = VideoDecoder::open(file, 0, {threads}, nullptr);
-    ASSERT_TRUE(one && many);
-    for (const int i : {0, 1, 2, 13, 19, 3, 8}) {
-      const CMTime time = CMTimeAdd(file->tracks()[0].edits[0].mediaStart, CMTimeMake(i, 30));
-      EXPECT_EQ(testing::readFrameIndex(*many->frameAt(time, nullptr)->picture), i);
-      const PictureRef a = one->frameAt(time, nullptr)->picture, b = many->frameAt(time, nullptr)->picture;
-      for (int row = 0; row < a->height; ++row) {
-        ASSERT_EQ(std::memcmp(a->y.data + row * a->y.stride, b->y.data + row * b->y.stride, static_cast<size_t>(a->width)), 0);
-      }
+    auto one = testing::decoderFor<VideoDecoder>(clip, VideoDecoder::Options{1});
+    auto many = testing::decoderFor<VideoDecoder>(clip, VideoDecoder::Options{threads});
+    std::vector<std::pair<PictureRef, PictureRef>> pairs;
+    const std::vector<int> order{0, 1, 2, 13, 19, 3, 8};
+    for (const int i : order) {
+      const CMTime time = CMTimeAdd(clip.info().edits[0].mediaStart, CMTimeMake(i, 30));
+      pairs.emplace_back(one->frameAt(time, nullptr)->picture, many->frameAt(time, nullptr)->picture);
+    }
+    one.reset();
+    many.reset();
+    for (size_t i = 0; i < order.size(); ++i) {
+      EXPECT_EQ(testing::readFrameIndex(*pairs[i].first), order[i]);
+      EXPECT_EQ(test::largestDifference(*pairs[i].first, *pairs[i].second), 0) << order[i];
     }
   }
-}
-
-TEST(Picture, OutlivesItsDecoder) {
-  ClipSpec spec;
-  spec.frameCount = 8;
-  Decoded decoded = openPictures(makeClip(spec));
-  const PictureRef first = decoded.at(kCMTimeZero), last = decoded.at(CMTimeMake(7, 30));
-  decoded.decoder.reset();
-  decoded.file.reset();
-  EXPECT_EQ(testing::readFrameIndex(*first), 0);
-  EXPECT_EQ(testing::readFrameIndex(*last), 7);
 }
 
 }  // namespace
