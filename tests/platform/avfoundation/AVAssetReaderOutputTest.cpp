@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <numbers>
 #include <random>
 
 #include "tests/platform/avfoundation/ReaderTesting.h"
@@ -60,11 +58,15 @@ TEST(AVAssetReaderTrackOutput, GivesFramesAtTheirOwnTimesAndTheFirstAtTheRangesS
       {{at(7), at(0)}, {}, {}},
   };
   for (const Row& row : rows) {
-    const auto output = trackOutput(asset, AVMediaTypeVideo, videoSettings(kCVPixelFormatType_32BGRA));
+    NSDictionary settings = videoSettings(kCVPixelFormatType_32BGRA);
+    settings[kCVPixelBufferWidthKey] = 160.0;
+    settings[kCVPixelBufferHeightKey] = 120.0;
+    const auto output = trackOutput(asset, AVMediaTypeVideo, settings);
     const auto reader = startedReader(asset, output, row.range);
     ASSERT_TRUE(reader);
     const ReadFrames read = readFrames(*output);
     EXPECT_EQ(read.indices, row.frames) << row.range;
+    EXPECT_EQ(read.size, row.frames.empty() ? CGSizeZero : CGSizeMake(160, 120)) << "the size of the settings";
     ASSERT_EQ(read.times.size(), row.times.size());
     for (size_t i = 0; i < row.times.size(); ++i) EXPECT_EQ(CMTimeCompare(read.times[i], row.times[i]), 0) << read.times[i];
     if (!read.times.empty()) {
@@ -73,18 +75,6 @@ TEST(AVAssetReaderTrackOutput, GivesFramesAtTheirOwnTimesAndTheFirstAtTheRangesS
     }
     EXPECT_EQ(reader->status(), AVAssetReaderStatusCompleted);
   }
-}
-
-TEST(AVAssetReaderTrackOutput, ScalesToTheSizeOfItsSettings) {
-  const auto asset = AVURLAsset::initWithURL(makeClip({.frameCount = 3}));
-  NSDictionary settings = videoSettings(kCVPixelFormatType_32BGRA);
-  settings[kCVPixelBufferWidthKey] = 160.0;
-  settings[kCVPixelBufferHeightKey] = 120.0;
-  const auto output = trackOutput(asset, AVMediaTypeVideo, settings);
-  const auto reader = startedReader(asset, output);
-  const auto buffer = CMSampleBufferGetImageBuffer(output->copyNextSampleBuffer());
-  EXPECT_EQ(CVPixelBufferGetWidth(buffer), 160u);
-  EXPECT_EQ(CVPixelBufferGetHeight(buffer), 120u);
 }
 
 TEST(AVAssetReaderTrackOutput, GivesEverySampleOfSoundInTheFilesOwnForm) {
@@ -158,16 +148,6 @@ TEST(AVAssetReaderVideoCompositionOutput, ShowsTheExactFrameOfCutsAtOddTimes) {
     }
     EXPECT_EQ(readFrames(*output).indices, expected) << source.rate;
     EXPECT_EQ(reader->status(), AVAssetReaderStatusCompleted);
-  }
-}
-
-TEST(AVAssetReaderVideoCompositionOutput, HasTheExactNumberOfFrames) {
-  for (const int count : {1, 2, 3, 7, 30, 299}) {
-    const auto file = makeClip({.frameCount = count, .width = 160, .height = 90, .bFrames = 2});
-    const auto composition = compositionOf({{file, {kCMTimeZero, CMTimeMake(1000, 1)}}}, AVMediaTypeVideo);
-    const auto output = composedOutput(composition, CMTimeMake(1, 30), {160, 90});
-    const auto reader = startedReader(composition, output);
-    EXPECT_EQ(readFrames(*output).indices, indices(0, count));
   }
 }
 
@@ -292,61 +272,6 @@ TEST(AVAssetReaderAudioMixOutput, PlacesEverySampleOfPcmExactly) {
                            : frame < 2000 ? 0.0f
                                           : static_cast<float>(samples[i - 4000]) / 32768.0f;
     ASSERT_EQ(sound[i], expected) << i;
-  }
-}
-
-TEST(AVAssetReaderAudioMixOutput, ATrackThatIsScaledPieceByPieceHasNoClick) {
-  constexpr double kAngle = 2 * std::numbers::pi * 440 / 48000;
-  std::vector<int16_t> samples;
-  for (int i = 0; i < 4 * 48000; ++i)
-    samples.insert(samples.end(), 2, static_cast<int16_t>(std::lround(16000 * std::sin(kAngle * i))));
-  const auto file = testing::writeWav("tone.wav", 48000, 2, samples);
-  const auto composition =
-      compositionOf({{file, {CMTimeMake(7, 1001), CMTimeMake(3, 1)}, CMTimeMake(1001, 30000)}}, AVMediaTypeAudio);
-  const auto track = std::dynamic_pointer_cast<AVMutableCompositionTrack>(composition->tracks().front());
-  // Tenths of a second at speeds from 1 to 4, with lengths that are nothing whole in any timescale nearby.
-  for (int i = 29; i >= 0; --i) {
-    const CMTime start = CMTimeAdd(CMTimeMake(1001, 30000), CMTimeMake(i, 10));
-    track->scaleTimeRange({start, CMTimeMake(1, 10)}, CMTimeMakeWithSeconds(0.1 / (1 + i / 10.0), 1000003));
-  }
-  const auto output = AVAssetReaderAudioMixOutput::initWithAudioTracks(composition->tracks(), std::nullopt);
-  const auto reader = startedReader(composition, output);
-  const auto sound = readSound<float>(*output);
-  EXPECT_EQ(sound.size() / 2, static_cast<size_t>(std::ceil(CMTimeGetSeconds(composition->duration()) * 44100)));
-  const auto& segments = track->segmentList();
-  size_t inside = 1;
-  for (size_t i = 1500; i + 64 < sound.size() / 2; ++i) {
-    // The fastest piece within the glide at a border.
-    while (inside + 1 < segments.size() &&
-           CMTimeGetSeconds(segments[inside + 1].target.start) < static_cast<double>(i) / 44100 + 0.006) {
-      ++inside;
-    }
-    const MediaSegment& piece = segments[inside];
-    const double speed = CMTimeGetSeconds(piece.media.duration) / CMTimeGetSeconds(piece.target.duration);
-    const double ideal = 16000.0 / 32768 * std::pow(speed * 2 * std::numbers::pi * 440 / 44100, 2);
-    const double second =
-        static_cast<double>(sound[2 * i]) - 2.0 * static_cast<double>(sound[2 * i - 2]) + static_cast<double>(sound[2 * i - 4]);
-    ASSERT_LT(std::abs(second), 1.1 * ideal + 1e-4) << "sample " << i;
-  }
-}
-
-TEST(AVAssetReaderAudioMixOutput, FindsEveryOnsetOfAnyRateWithinASample) {
-  for (const int rate : {8000, 22050, 44100, 48000, 96000}) {
-    const auto bursts = testing::soundWithBursts(3 * rate, {rate / 2, rate, 2 * rate}, rate);
-    std::vector<int16_t> samples;
-    for (const float value : bursts) samples.push_back(static_cast<int16_t>(value * 32767));
-    const auto file = testing::writeWav("bursts" + std::to_string(rate) + ".wav", rate, 2, samples);
-    const auto composition =
-        compositionOf({{file, {CMTimeMake(1, 3), CMTimeMake(5, 2)}, CMTimeMake(1001, 30000)}}, AVMediaTypeAudio);
-    const auto output = AVAssetReaderAudioMixOutput::initWithAudioTracks(composition->tracks(), std::nullopt);
-    const auto reader = startedReader(composition, output);
-    const auto starts = testing::burstStarts(readSound<float>(*output), 44100);
-    ASSERT_EQ(starts.size(), 3u) << rate;
-    const double seconds[] = {0.5, 1, 2};
-    for (size_t i = 0; i < 3; ++i) {
-      const double expected = (seconds[i] - 1.0 / 3 + 1001.0 / 30000) * 44100;
-      EXPECT_NEAR(static_cast<double>(starts[i]), expected, rate < 44100 ? 44100.0 / rate + 1 : 2) << rate;
-    }
   }
 }
 

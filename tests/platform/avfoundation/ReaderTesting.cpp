@@ -49,7 +49,9 @@ std::shared_ptr<AVMutableVideoComposition> plainVideoComposition(const std::shar
 ReadFrames readFrames(AVAssetReaderOutput& output) {
   ReadFrames frames;
   while (const auto sample = output.copyNextSampleBuffer()) {
-    frames.indices.push_back(readFrameIndex(*CVPixelBufferCopyPicture(CMSampleBufferGetImageBuffer(sample))));
+    const PictureRef picture = CVPixelBufferCopyPicture(CMSampleBufferGetImageBuffer(sample));
+    frames.indices.push_back(readFrameIndex(*picture));
+    frames.size = CGSizeMake(picture->width, picture->height);
     frames.times.push_back(CMSampleBufferGetPresentationTimeStamp(sample));
     frames.durations.push_back(CMSampleBufferGetDuration(sample));
   }

@@ -33,6 +33,7 @@ struct ReadFrames {
   std::vector<int> indices;  ///< see readFrameIndex
   std::vector<CMTime> times;
   std::vector<CMTime> durations;
+  CGSize size{};  ///< of the last
 };
 ReadFrames readFrames(AVAssetReaderOutput& output);
 /// The bytes of all samples as values of that type.
