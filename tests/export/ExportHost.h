@@ -39,10 +39,8 @@ inline void drainMainQueue() {
 }
 
 inline std::shared_ptr<AVAsset> clip(int frameCount, double soundSeconds = 0) {
-  testing::ClipSpec spec;
-  spec.frameCount = frameCount;
-  if (soundSeconds > 0) spec.sound = testing::noise(static_cast<int64_t>(soundSeconds * 48000), 7);
-  return AVAsset::assetWithURL(testing::makeClip(spec));
+  const auto sound = testing::noise(static_cast<int64_t>(soundSeconds * 48000), 7);
+  return AVAsset::assetWithURL(testing::makeClip({.frameCount = frameCount, .sound = sound}));
 }
 
 inline std::shared_ptr<LUMComposition> timelineOf(const std::vector<std::shared_ptr<AVAsset>>& assets, CGSize size = {320, 180}) {
@@ -57,20 +55,16 @@ inline std::shared_ptr<LUMComposition> timelineOf(const std::vector<std::shared_
 /// A folder of its own for one movie, so that a test sees what is left in it.
 class OutputFolder {
  public:
-  OutputFolder() {
-    static int count = 0;
-    path_ = testing::scratchFolder() / ("out" + std::to_string(count++));
-    std::filesystem::create_directories(path_);
-  }
-  std::filesystem::path movie() const { return path_ / "movie.mp4"; }
+  std::filesystem::path movie() const { return movie_; }
   std::vector<std::string> files() const {
     std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(path_)) names.push_back(entry.path().filename().string());
+    for (const auto& entry : std::filesystem::directory_iterator(movie_.parent_path()))
+      names.push_back(entry.path().filename().string());
     return names;
   }
 
  private:
-  std::filesystem::path path_;
+  const std::filesystem::path movie_ = testing::freshDestination();
 };
 
 /// Writes down how an export ended and what the exporter's writer said then.
@@ -150,6 +144,28 @@ class SourceFrameDrawer : public LUMAVAsyncDrawDelegate {
   const Answer answer_;
   mutable std::mutex mutex_;
   std::vector<std::shared_ptr<AVAsynchronousVideoCompositionRequest>> held_;
+};
+
+/// A host with an exporter of that timeline and a folder for its movie. Without an answer the native composition draws.
+struct Export : OutputFolder {
+  using Answer = std::optional<SourceFrameDrawer::Answer>;
+  explicit Export(const std::shared_ptr<LUMComposition>& composition, Answer answer = std::nullopt)
+      : drawer(answer ? std::make_shared<SourceFrameDrawer>(*answer) : nullptr),
+        render(LUMRender::initWithComposition(composition, movie())),
+        host(render) {
+    render->setUseNativeComposition(!answer);
+    render->setAsyncDelegate(drawer);
+  }
+  /// From generate() to the end.
+  void run() {
+    render->generate();
+    EXPECT_EQ(render->setUpError(), std::nullopt);
+    ASSERT_TRUE(host.waitForEnd());
+  }
+
+  std::shared_ptr<SourceFrameDrawer> drawer;
+  std::shared_ptr<LUMRender> render;
+  Host host;
 };
 
 inline std::vector<int> indices(int first, int count) {

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <atomic>
 
@@ -21,49 +20,28 @@ using Answer = SourceFrameDrawer::Answer;
 using Phase = LUMRenderStatistics::Phase;
 using Endings = std::vector<std::string>;
 
-std::shared_ptr<LUMRender> nativeRender(const std::shared_ptr<LUMComposition>& composition, const std::filesystem::path& url) {
-  auto render = LUMRender::initWithComposition(composition, url);
-  render->setUseNativeComposition(true);
-  return render;
-}
-
 TEST(LUMRender, WritesEveryFrameInEitherModeAndLetsGoOfItsParts) {
-  const struct {
-    bool native;
-    Answer answer;
-  } rows[] = {{true, Answer::frame}, {false, Answer::frame}, {false, Answer::frameLater}};
-  for (const auto& row : rows) {
-    OutputFolder folder;
-    const auto render = LUMRender::initWithComposition(timelineOf({clip(30, 1.0)}), folder.movie());
-    const auto drawer = std::make_shared<SourceFrameDrawer>(row.answer);
-    render->setUseNativeComposition(row.native);
-    render->setAsyncDelegate(drawer);
-    Host host(render);
-    render->generate();
-    EXPECT_EQ(render->setUpError(), std::nullopt);
-    ASSERT_TRUE(host.waitForEnd());
-    EXPECT_EQ(host.endings, Endings{"completed movie.mp4"});
-    EXPECT_EQ(host.writerStatus, AVAssetWriterStatusCompleted);
-    EXPECT_EQ(testing::decodedFrameIndices(folder.movie()), indices(0, 30));
-    EXPECT_THAT(folder.files(), ElementsAre("movie.mp4"));
-    EXPECT_EQ(render->reader(), nullptr);
-    EXPECT_EQ(render->writer(), nullptr);
-    EXPECT_EQ(render->videoInput(), nullptr);
-    EXPECT_EQ(render->audioInput(), nullptr);
-    EXPECT_EQ(render->readerVideoCompositionOutput(), nullptr);
-    EXPECT_EQ(render->readerAudioMixOutput(), nullptr);
-    EXPECT_EQ(render->compositionData(), nullptr);
-    EXPECT_NE(render->renderer_queue(), nullptr);
+  for (const Export::Answer answer : {Export::Answer{}, Export::Answer{Answer::frame}, Export::Answer{Answer::frameLater}}) {
+    Export movie(timelineOf({clip(30, 1.0)}), answer);
+    movie.run();
+    EXPECT_EQ(movie.host.endings, Endings{"completed movie.mp4"});
+    EXPECT_EQ(movie.host.writerStatus, AVAssetWriterStatusCompleted);
+    EXPECT_EQ(testing::decodedFrameIndices(movie.movie()), indices(0, 30));
+    EXPECT_THAT(movie.files(), ElementsAre("movie.mp4"));
+    EXPECT_EQ(movie.render->reader(), nullptr);
+    EXPECT_EQ(movie.render->writer(), nullptr);
+    EXPECT_EQ(movie.render->videoInput(), nullptr);
+    EXPECT_EQ(movie.render->readerAudioMixOutput(), nullptr);
+    EXPECT_EQ(movie.render->compositionData(), nullptr);
   }
 }
 
 TEST(LUMRender, CountsProgressOverBothStreams) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(30, 1.0)}), folder.movie());
-  Host host(render);
-  render->generate();
+  Export movie(timelineOf({clip(30, 1.0)}));
+  Host& host = movie.host;
+  const auto& render = movie.render;
+  movie.run();
   EXPECT_NEAR(render->progress()->totalCount(), 2.0, 0.03);
-  ASSERT_TRUE(host.waitForEnd());
   EXPECT_TRUE(std::is_sorted(host.percents.begin(), host.percents.end()));
   // Both streams count up to where their last sample begins.
   EXPECT_EQ(CMTimeCompare(render->lastVideoTimestamp(), CMTimeMake(29, 30)), 0);
@@ -78,61 +56,29 @@ TEST(LUMRender, CountsProgressOverBothStreams) {
 }
 
 TEST(LUMRender, TakesTheEndOfThePictureAsTotalWhereThereIsNoSound) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(30)}), folder.movie());
-  Host host(render);
-  render->generate();
-  EXPECT_EQ(render->progress()->totalCount(), 1.0);
-  EXPECT_EQ(render->readerAudioMixOutput(), nullptr);
-  ASSERT_TRUE(host.waitForEnd());
-  EXPECT_EQ(host.percents.size(), 30u);
-  EXPECT_TRUE(testing::decodedSound(folder.movie()).empty());
+  Export movie(timelineOf({clip(30)}));
+  movie.run();
+  EXPECT_EQ(movie.render->progress()->totalCount(), 1.0);
+  EXPECT_EQ(movie.host.percents.size(), 30u);
+  EXPECT_TRUE(testing::decodedSound(movie.movie()).empty());
 }
 
-TEST(LUMRender, ExportsARangeWithItsFirstStepCountingFromZero) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(60)}), folder.movie());
-  render->setTimeRange(CMTimeRangeMake(CMTimeMake(1, 1), CMTimeMake(1, 2)));
-  render->setSessionStart(CMTimeMake(1, 1));
-  Host host(render);
-  render->generate();
-  ASSERT_TRUE(host.waitForEnd());
-  EXPECT_GE(host.percents.front(), 50.0);
-  EXPECT_NEAR(host.percents.back(), (1.5 - 1.0 / 30) * 50, 1e-9);
-  EXPECT_EQ(testing::decodedFrameIndices(folder.movie()), indices(30, 15));
-  EXPECT_NEAR(CMTimeGetSeconds(AVAsset::assetWithURL(folder.movie())->duration()), 0.5, 1e-3);
+TEST(LUMRender, ExportsARangeThatBeginsAtTheSessionsStart) {
+  for (const bool sessionAtRange : {true, false}) {
+    Export movie(timelineOf({clip(60)}));
+    movie.render->setTimeRange(CMTimeRangeMake(CMTimeMake(1, 1), CMTimeMake(1, 2)));
+    if (sessionAtRange) movie.render->setSessionStart(CMTimeMake(1, 1));
+    movie.run();
+    EXPECT_GE(movie.host.percents.front(), 50.0) << "the first step counts from zero";
+    EXPECT_NEAR(movie.host.percents.back(), (1.5 - 1.0 / 30) * 50, 1e-9);
+    EXPECT_EQ(testing::decodedFrameIndices(movie.movie()), indices(30, 15));
+    EXPECT_NEAR(CMTimeGetSeconds(AVAsset::assetWithURL(movie.movie())->duration()), sessionAtRange ? 0.5 : 1.5, 1e-3);
+  }
 }
 
-TEST(LUMRender, BeginsTheMovieAtZeroUnlessToldOtherwise) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(60)}), folder.movie());
-  render->setTimeRange(CMTimeRangeMake(CMTimeMake(1, 1), CMTimeMake(1, 2)));
-  Host host(render);
-  render->generate();
-  ASSERT_TRUE(host.waitForEnd());
-  EXPECT_NEAR(CMTimeGetSeconds(AVAsset::assetWithURL(folder.movie())->duration()), 1.5, 1e-3);
-}
-
-TEST(LUMRender, ReplacesAFileAndSaysWhenThereWasNone) {
+TEST(LUMRender, RunsAgainOnDataBuiltBeforeAndReplacesItsFileSayingWhenThereWasNone) {
   OutputFolder folder;
   LogCapture log;
-  const auto composition = timelineOf({clip(3)});
-  for (int round = 0; round < 2; ++round) {
-    const auto render = nativeRender(composition, folder.movie());
-    Host host(render);
-    render->generate();
-    ASSERT_TRUE(host.waitForEnd());
-    EXPECT_EQ(host.writerStatus, AVAssetWriterStatusCompleted);
-  }
-  const auto lines = log.lines();
-  EXPECT_EQ(
-      std::count_if(lines.begin(), lines.end(),
-                    [](const auto& line) { return line.find("LUMRender cannot clean file from url: ") != std::string::npos; }),
-      1);
-}
-
-TEST(LUMRender, UsesDataThatWasBuiltBeforeAndCanRunAgain) {
-  OutputFolder folder;
   const auto composition = timelineOf({clip(5)});
   const auto data = LUMAVComposition::buildNativeCompositionData(composition);
   const auto render = LUMRender::initWithData(data, composition, folder.movie());
@@ -141,24 +87,26 @@ TEST(LUMRender, UsesDataThatWasBuiltBeforeAndCanRunAgain) {
     render->generate();
     ASSERT_TRUE(host.waitForEnd());
     EXPECT_EQ(host.endings, Endings{"completed movie.mp4"});
+    EXPECT_EQ(host.writerStatus, AVAssetWriterStatusCompleted);
     EXPECT_EQ(host.percents.size(), 5u);
   }
   EXPECT_EQ(render->compositionData(), data);
+  const auto lines = log.lines();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const auto& line) { return line.find("LUMRender cannot clean file from url: ") != line.npos; }),
+            1);
 }
 
 TEST(LUMRender, CleansForADelegateThatImplementsNothingAndForNone) {
   for (const auto& delegate : {std::make_shared<LUMRenderDelegate>(), std::shared_ptr<LUMRenderDelegate>()}) {
     for (const Answer answer : {Answer::frame, Answer::error}) {
-      OutputFolder folder;
-      const auto drawer = std::make_shared<SourceFrameDrawer>(answer);
-      const auto render = LUMRender::initWithComposition(timelineOf({clip(3)}), folder.movie());
-      render->setDelegate(delegate);
-      render->setAsyncDelegate(drawer);
+      Export movie(timelineOf({clip(3)}), answer);
+      movie.render->setDelegate(delegate);
       LogCapture log;
-      render->generate();
-      ASSERT_TRUE(runUntil([&] { return !render->serial_queue(); }));
-      EXPECT_EQ(render->statistics().phase, Phase::done);
-      EXPECT_EQ(folder.files().empty(), answer == Answer::error);
+      movie.render->generate();
+      ASSERT_TRUE(runUntil([&] { return !movie.render->serial_queue(); }));
+      EXPECT_EQ(movie.render->statistics().phase, Phase::done);
+      EXPECT_EQ(movie.files().empty(), answer == Answer::error);
       EXPECT_FALSE(log.contains({"LUMRender build failed"}));
     }
   }
@@ -215,7 +163,8 @@ TEST(LUMRenderSetUp, StopsWithOneLineAndKeepsTheReason) {
 
 TEST(LUMRenderSetUp, ReportsAWriterThatCannotBeMadeAtOnceAndDoesNotClean) {
   LogCapture log;
-  const auto render = nativeRender(timelineOf({clip(3)}), testing::scratchFolder() / "no such folder" / "movie.mp4");
+  const auto url = testing::scratchFolder() / "no such folder" / "movie.mp4";
+  const auto render = LUMRender::initWithComposition(timelineOf({clip(3)}), url);
   Host host(render);
   render->generate();
   EXPECT_EQ(host.endings, Endings{"failed"});
@@ -227,145 +176,102 @@ TEST(LUMRenderSetUp, ReportsAWriterThatCannotBeMadeAtOnceAndDoesNotClean) {
 }
 
 TEST(LUMRenderSetUp, KeepsAFolderThatStandsWhereTheMovieShouldGo) {
-  OutputFolder folder;
-  std::filesystem::create_directories(folder.movie() / "inside");
-  const auto render = nativeRender(timelineOf({clip(3)}), folder.movie());
-  Host host(render);
-  render->generate();
-  EXPECT_TRUE(render->setUpError());
-  EXPECT_TRUE(std::filesystem::exists(folder.movie() / "inside"));
+  Export movie(timelineOf({clip(3)}));
+  std::filesystem::create_directories(movie.movie() / "inside");
+  movie.render->generate();
+  EXPECT_TRUE(movie.render->setUpError());
+  EXPECT_TRUE(std::filesystem::exists(movie.movie() / "inside"));
 }
 
 // ---- failures while running ----
 
 TEST(LUMRender, TellsWhyReadingFailed) {
-  OutputFolder folder;
   LogCapture log;
-  const auto drawer = std::make_shared<SourceFrameDrawer>(Answer::error);
-  const auto render = LUMRender::initWithComposition(timelineOf({clip(30, 1.0)}), folder.movie());
-  render->setAsyncDelegate(drawer);
-  Host host(render);
-  render->generate();
-  ASSERT_TRUE(host.waitForEnd());
-  EXPECT_EQ(host.endings, Endings{"failed"});
-  EXPECT_EQ(host.error.domain(), "LUMRender");
-  EXPECT_EQ(host.error.code(), -1);
-  EXPECT_EQ(host.error.localizedDescription(), "");
-  ASSERT_TRUE(host.error.underlyingError());
-  EXPECT_EQ(host.error.underlyingError()->code(), AVErrorVideoCompositorFailed);
+  Export movie(timelineOf({clip(30, 1.0)}), Answer::error);
+  movie.run();
+  const NSError& error = movie.host.error;
+  EXPECT_EQ(movie.host.endings, Endings{"failed"});
+  EXPECT_EQ(error.domain(), "LUMRender");
+  EXPECT_EQ(error.code(), -1);
+  EXPECT_EQ(error.localizedDescription(), "");
+  EXPECT_EQ(error.underlyingError().value_or(NSError{}).code(), AVErrorVideoCompositorFailed);
   EXPECT_TRUE(log.contains({"[LUMLog] LUMRender build failed with error: "}));
-  EXPECT_THAT(folder.files(), IsEmpty());
+  EXPECT_THAT(movie.files(), IsEmpty());
 }
 
 TEST(LUMRender, FailsWithoutSomebodyWhoDraws) {
-  OutputFolder folder;
   LogCapture log;
-  const auto render = LUMRender::initWithComposition(timelineOf({clip(3)}), folder.movie());
-  Host host(render);
-  render->generate();
-  ASSERT_TRUE(host.waitForEnd());
-  EXPECT_EQ(host.endings, Endings{"failed"});
+  Export movie(timelineOf({clip(3)}));
+  movie.render->setUseNativeComposition(false);
+  movie.run();
+  EXPECT_EQ(movie.host.endings, Endings{"failed"});
   EXPECT_TRUE(log.contains({"Please implement LUMAVAsyncDrawDelegate delegate"}));
 }
 
-TEST(LUMRender, LetsTheHostSeeThatTheFileCouldNotBeCompleted) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(30, 1.0)}), folder.movie());
-  Host host(render);
-  host.listener->renderDidUpdateProgress = [&](double) { std::filesystem::create_directories(folder.movie() / "in the way"); };
-  render->generate();
-  ASSERT_TRUE(host.waitForEnd());
-  EXPECT_EQ(host.endings, Endings{"completed movie.mp4"});
-  EXPECT_EQ(host.writerStatus, AVAssetWriterStatusFailed);
-  ASSERT_TRUE(host.writerError);
-  EXPECT_NE(host.writerError->localizedDescription().find("movie.mp4"), std::string::npos);
-  EXPECT_THAT(folder.files(), ElementsAre("movie.mp4"));  // the folder that was in the way
-}
-
-/// Files may not grow beyond that size while it lives.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t byteCount) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{byteCount, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
+TEST(LUMRender, LetsTheHostSeeThatTheFileCouldNotBeCompletedOrTheDiskIsFull) {
+  for (const bool diskFull : {false, true}) {
+    Export movie(timelineOf({clip(30, 1.0)}));
+    Host& host = movie.host;
+    std::optional<testing::FileSizeLimit> limit;
+    if (diskFull) {
+      limit.emplace(4096);
+    } else {
+      host.listener->renderDidUpdateProgress = [&](double) { std::filesystem::create_directories(movie.movie() / "in the way"); };
+    }
+    movie.run();
+    limit.reset();
+    EXPECT_EQ(host.endings.size(), 1u);
+    EXPECT_EQ(host.writerStatus, AVAssetWriterStatusFailed);
+    ASSERT_TRUE(host.writerError);
+    EXPECT_EQ(host.writerError->domain(), AVFoundationErrorDomain);
+    EXPECT_NE(host.writerError->localizedDescription().find("movie.mp4"), std::string::npos);
+    EXPECT_TRUE(host.writerError->underlyingError());
+    EXPECT_EQ(movie.files().size(), diskFull ? 0u : 1u) << "the folder that was in the way";
   }
-  ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
-
- private:
-  rlimit before_{};
-};
-
-TEST(LUMRender, SaysThatTheDiskIsFullAndLeavesNothing) {
-  OutputFolder folder;
-  const auto composition = timelineOf({clip(30, 1.0)});
-  const auto render = nativeRender(composition, folder.movie());
-  Host host(render);
-  {
-    const FileSizeLimit limit(4096);
-    render->generate();
-    ASSERT_TRUE(host.waitForEnd());
-  }
-  EXPECT_EQ(host.endings.size(), 1u);
-  EXPECT_EQ(host.writerStatus, AVAssetWriterStatusFailed);
-  ASSERT_TRUE(host.writerError);
-  EXPECT_EQ(host.writerError->domain(), AVFoundationErrorDomain);
-  EXPECT_TRUE(host.writerError->underlyingError());
-  EXPECT_THAT(folder.files(), IsEmpty());
 }
 
 // ---- cancellation ----
 
 TEST(LUMRenderCancel, ReportsItselfBeforeTheStartAndAfterTheEnd) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(3)}), folder.movie());
-  Host host(render);
-  render->cancel();
-  EXPECT_EQ(host.endings, Endings{"cancelled"});
-  EXPECT_FALSE(render->cancel_period());
-  host.endings.clear();
-  render->generate();
-  ASSERT_TRUE(host.waitForEnd());
-  render->cancel();
-  EXPECT_EQ(host.endings, (Endings{"completed movie.mp4", "cancelled"}));
-  EXPECT_THAT(folder.files(), ElementsAre("movie.mp4"));
+  Export movie(timelineOf({clip(3)}));
+  movie.render->cancel();
+  EXPECT_EQ(movie.host.endings, Endings{"cancelled"});
+  EXPECT_FALSE(movie.render->cancel_period());
+  movie.host.endings.clear();
+  movie.run();
+  movie.render->cancel();
+  EXPECT_EQ(movie.host.endings, (Endings{"completed movie.mp4", "cancelled"}));
+  EXPECT_THAT(movie.files(), ElementsAre("movie.mp4"));
 }
 
 TEST(LUMRenderCancel, EndsARunningExportOnceAndLeavesNothing) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(300, 10.0)}), folder.movie());
-  Host host(render);
-  host.listener->renderDidUpdateProgress = [&](double) {
-    render->cancel();
-    render->cancel();
+  Export movie(timelineOf({clip(300, 10.0)}));
+  movie.host.listener->renderDidUpdateProgress = [&](double) {
+    movie.render->cancel();
+    movie.render->cancel();
   };
-  render->generate();
-  ASSERT_TRUE(host.waitForEnd());
+  movie.run();
   drainMainQueue();
-  EXPECT_EQ(host.endings, Endings{"cancelled"});
-  EXPECT_EQ(host.writerStatus, AVAssetWriterStatusCancelled);
-  EXPECT_FALSE(render->cancel_period());
-  EXPECT_THAT(folder.files(), IsEmpty());
+  EXPECT_EQ(movie.host.endings, Endings{"cancelled"});
+  EXPECT_EQ(movie.host.writerStatus, AVAssetWriterStatusCancelled);
+  EXPECT_FALSE(movie.render->cancel_period());
+  EXPECT_THAT(movie.files(), IsEmpty());
 }
 
 TEST(LUMRenderCancel, WakesACopyThatWaitsForTheHost) {
-  OutputFolder folder;
-  const auto drawer = std::make_shared<SourceFrameDrawer>(Answer::never);
-  const auto render = LUMRender::initWithComposition(timelineOf({clip(30, 1.0)}), folder.movie());
-  render->setAsyncDelegate(drawer);
-  Host host(render);
-  render->generate();
-  ASSERT_TRUE(spinUntil([&] { return drawer->heldCount() > 0; }));
-  render->cancel();
-  ASSERT_TRUE(host.waitForEnd());
-  EXPECT_EQ(host.endings, Endings{"cancelled"});
-  EXPECT_THAT(folder.files(), IsEmpty());
+  Export movie(timelineOf({clip(30, 1.0)}), Answer::never);
+  movie.render->generate();
+  ASSERT_TRUE(spinUntil([&] { return movie.drawer->heldCount() > 0; }));
+  movie.render->cancel();
+  ASSERT_TRUE(movie.host.waitForEnd());
+  EXPECT_EQ(movie.host.endings, Endings{"cancelled"});
+  EXPECT_THAT(movie.files(), IsEmpty());
 }
 
 TEST(LUMRenderCancel, DuringSetUpIsReportedOnceAndStopsIt) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(30, 1.0)}), folder.movie());
-  Host host(render);
+  Export movie(timelineOf({clip(30, 1.0)}));
+  const auto& render = movie.render;
+  Host& host = movie.host;
   const NSLogSink previous =
       NSLogSetSink([&](const std::string& line) {  // the line about the missing file comes from within generate()
         if (line.find("cannot clean") != std::string::npos) {
@@ -380,13 +286,13 @@ TEST(LUMRenderCancel, DuringSetUpIsReportedOnceAndStopsIt) {
   ASSERT_TRUE(render->setUpError());
   EXPECT_EQ(render->setUpError()->underlyingError()->code(), AVErrorOperationCancelled);
   EXPECT_EQ(render->serial_queue(), nullptr);
-  EXPECT_THAT(folder.files(), IsEmpty());
+  EXPECT_THAT(movie.files(), IsEmpty());
 }
 
 TEST(LUMRenderCancel, WhileTheFileIsBeingCompletedEndsInOneCall) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(60, 2.0)}), folder.movie());
-  Host host(render);
+  Export movie(timelineOf({clip(60, 2.0)}));
+  const auto& render = movie.render;
+  Host& host = movie.host;
   render->generate();
   ASSERT_TRUE(spinUntil([&] { return render->statistics().phase == Phase::finish || !host.endings.empty(); }));
   if (host.endings.empty()) render->cancel();
@@ -394,7 +300,7 @@ TEST(LUMRenderCancel, WhileTheFileIsBeingCompletedEndsInOneCall) {
   drainMainQueue();
   ASSERT_EQ(host.endings.size(), 1u);
   const bool written = host.writerStatus == AVAssetWriterStatusCompleted;
-  EXPECT_EQ(folder.files().size(), written ? 1u : 0u);
+  EXPECT_EQ(movie.files().size(), written ? 1u : 0u);
 }
 
 /// Round n cancels from another thread when n samples have been reported; round 0 races with generate().
@@ -402,12 +308,9 @@ TEST(LUMRenderCancel, AtAnyMomentFromAnyThreadLeavesNothingRunning) {
   const auto composition = timelineOf({clip(20, 0.7)});
   const auto canceller = dispatch_queue_create("canceller", DISPATCH_QUEUE_SERIAL);
   for (int round = 0; round < 24; ++round) {
-    OutputFolder folder;
-    const auto drawer = std::make_shared<SourceFrameDrawer>(Answer::frameLater);
-    const auto render = LUMRender::initWithComposition(composition, folder.movie());
-    render->setUseNativeComposition(round % 2 == 0);
-    render->setAsyncDelegate(drawer);
-    Host host(render);
+    Export movie(composition, round % 2 == 0 ? Export::Answer{} : Answer::frameLater);
+    const auto render = movie.render;
+    Host& host = movie.host;
     const auto cancel = [&] { dispatch_async(canceller, [render] { render->cancel(); }); };
     int sampleCount = 0;
     host.listener->renderDidUpdateProgress = [&](double) {
@@ -422,7 +325,7 @@ TEST(LUMRenderCancel, AtAnyMomentFromAnyThreadLeavesNothingRunning) {
     drainMainQueue();
     EXPECT_THAT(host.endings, ::testing::Each("completed movie.mp4")) << round;
     EXPECT_LE(cancellations, 1) << round;
-    EXPECT_EQ(folder.files().empty(), host.writerStatus != AVAssetWriterStatusCompleted) << round;
+    EXPECT_EQ(movie.files().empty(), host.writerStatus != AVAssetWriterStatusCompleted) << round;
   }
 }
 
@@ -430,33 +333,29 @@ TEST(LUMRenderCancel, AtAnyMomentFromAnyThreadLeavesNothingRunning) {
 
 TEST(LUMRenderRelease, EndsTheExportAndLeavesNothing) {
   for (const Answer answer : {Answer::frameLater, Answer::never}) {
-    OutputFolder folder;
-    const auto drawer = std::make_shared<SourceFrameDrawer>(answer);
-    auto render = LUMRender::initWithComposition(timelineOf({clip(300, 10.0)}), folder.movie());
-    render->setAsyncDelegate(drawer);
-    auto host = std::make_unique<Host>(render);
+    Export movie(timelineOf({clip(300, 10.0)}), answer);
+    auto& render = movie.render;
     render->generate();
     const std::weak_ptr<LUMRender> released = render;
     const std::weak_ptr<AVAssetWriter> writer = render->writer();
     const std::weak_ptr<AVAssetReader> reader = render->reader();
-    ASSERT_TRUE(spinUntil([&] { return drawer->heldCount() > 0 || render->statistics().video.frameCount > 3; }));
+    ASSERT_TRUE(spinUntil([&] { return movie.drawer->heldCount() > 0 || render->statistics().video.frameCount > 3; }));
     render.reset();
     ASSERT_TRUE(spinUntil([&] { return released.expired() && writer.expired() && reader.expired(); }));
     drainMainQueue();
-    EXPECT_THAT(host->endings, IsEmpty());
-    EXPECT_THAT(folder.files(), IsEmpty());
+    EXPECT_THAT(movie.host.endings, IsEmpty());
+    EXPECT_THAT(movie.files(), IsEmpty());
   }
 }
 
 TEST(LUMRenderRelease, LetsGoOfEverythingAfterAnExport) {
-  OutputFolder folder;
   auto composition = timelineOf({clip(5, 0.2)});
-  auto render = nativeRender(composition, folder.movie());
-  Host host(render);
+  Export movie(composition);
+  auto& render = movie.render;
   render->generate();
   const std::weak_ptr<AVAssetWriter> writer = render->writer();
   const std::weak_ptr<AVAssetReader> reader = render->reader();
-  ASSERT_TRUE(host.waitForEnd());
+  ASSERT_TRUE(movie.host.waitForEnd());
   const std::weak_ptr<LUMRender> released = render;
   const std::weak_ptr<LUMComposition> timeline = composition;
   render.reset();
@@ -465,17 +364,14 @@ TEST(LUMRenderRelease, LetsGoOfEverythingAfterAnExport) {
 }
 
 TEST(LUMRender, NamesItsQueues) {
-  OutputFolder folder;
-  const auto render = nativeRender(timelineOf({clip(3)}), folder.movie());
-  const auto attributes = dispatch_queue_get_attributes(render->renderer_queue());
-  EXPECT_EQ(dispatch_queue_get_label(render->renderer_queue()), "corvane.renderer.queue");
+  Export movie(timelineOf({clip(3)}));
+  const auto attributes = dispatch_queue_get_attributes(movie.render->renderer_queue());
+  EXPECT_EQ(dispatch_queue_get_label(movie.render->renderer_queue()), "corvane.renderer.queue");
   EXPECT_TRUE(attributes.concurrent);
   EXPECT_EQ(attributes.relativePriority, 2);
-  EXPECT_EQ(render->serial_queue(), nullptr);
-  Host host(render);
-  render->generate();
-  EXPECT_EQ(dispatch_queue_get_label(render->serial_queue()), "corvane.renderer.queue.serial");
-  ASSERT_TRUE(host.waitForEnd());
+  movie.render->generate();
+  EXPECT_EQ(dispatch_queue_get_label(movie.render->serial_queue()), "corvane.renderer.queue.serial");
+  ASSERT_TRUE(movie.host.waitForEnd());
 }
 
 }  // namespace

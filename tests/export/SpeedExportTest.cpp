@@ -35,26 +35,12 @@ Context ramp(const std::vector<double>& speeds, const LUMScaleContext::Offsets& 
 
 std::shared_ptr<LUMComposition> scaledTimeline(const std::filesystem::path& path, const Context& context,
                                                const CMTime& leftTrim = kCMTimeZero) {
-  const auto track = LUMAVAssetTrack::initWithAVAsset(AVAsset::assetWithURL(path), 10);
+  const auto timeline = timelineOf({AVAsset::assetWithURL(path)});
+  const auto track = timeline->allTracks().front();
   track->setLeftTrimOffset(leftTrim);
   track->setScaleContext(context);
-  const auto instruction = LUMInstruction::initWithId(1);
-  instruction->addTracks({track});
-  const auto timeline = LUMComposition::initWithSize({320, 180}, 30);
-  timeline->addInstructions({instruction});
+  timeline->invalidate();
   return timeline;
-}
-
-/// The movie of a timeline, or an empty path with a failure noted.
-std::filesystem::path exported(const std::shared_ptr<LUMComposition>& timeline, const OutputFolder& folder) {
-  const auto render = LUMRender::initWithComposition(timeline, folder.movie());
-  render->setUseNativeComposition(true);
-  Host host(render);
-  render->generate();
-  EXPECT_EQ(render->setUpError(), std::nullopt);
-  EXPECT_TRUE(host.waitForEnd());
-  EXPECT_EQ(host.writerStatus, AVAssetWriterStatusCompleted);
-  return folder.movie();
 }
 
 /// The frame of a 30 fps source that a composition's segments show at each output frame before `end`.
@@ -75,11 +61,7 @@ std::vector<int> framesBySegments(const std::shared_ptr<LUMComposition>& timelin
 }
 
 TEST(SpeedExport, ShowsTheFramesThatTheSegmentsSay) {
-  testing::ClipSpec spec;
-  spec.frameCount = 120;
-  spec.gop = 24;
-  spec.bFrames = 2;
-  const auto path = testing::makeClip(spec);
+  const auto path = testing::makeClip({.frameCount = 120, .gop = 24, .bFrames = 2});
   const struct {
     const char* what;
     Context context;
@@ -97,8 +79,9 @@ TEST(SpeedExport, ShowsTheFramesThatTheSegmentsSay) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     const auto timeline = scaledTimeline(path, row.context, row.leftTrim);
-    const OutputFolder folder;
-    const auto frames = testing::decodedFrameIndices(exported(timeline, folder));
+    Export movie(timeline);
+    movie.run();
+    const auto frames = testing::decodedFrameIndices(movie.movie());
     EXPECT_EQ(frames, framesBySegments(timeline, timeline->duration()));
     EXPECT_GT(frames.size(), 10u);
   }
@@ -120,10 +103,7 @@ double pitchOf(const testing::SoundSamples& sound, double fromSeconds, double to
 }
 
 TEST(SpeedExport, ThePitchFollowsTheSpeedAndTheSoundEndsWithThePicture) {
-  testing::ClipSpec spec;
-  spec.frameCount = 120;
-  spec.sound = testing::sine(440, 4 * kSampleRate, kSampleRate);
-  const auto path = testing::makeClip(spec);
+  const auto path = testing::makeClip({.frameCount = 120, .sound = testing::sine(440, 4 * kSampleRate, kSampleRate)});
   const struct {
     Context context;
     double fromSeconds, toSeconds, lowest, highest;
@@ -135,8 +115,9 @@ TEST(SpeedExport, ThePitchFollowsTheSpeedAndTheSoundEndsWithThePicture) {
               {ramp({2, 2}, {CMTimeMake(1, 2), CMTimeMake(1, 4)}), 0.55, 1.6, 879, 881}};
   for (const auto& row : rows) {
     const auto timeline = scaledTimeline(path, row.context);
-    const OutputFolder folder;
-    const auto sound = testing::decodedSound(exported(timeline, folder), kSampleRate);
+    Export movie(timeline);
+    movie.run();
+    const auto sound = testing::decodedSound(movie.movie(), kSampleRate);
     const double pitch = pitchOf(sound, row.fromSeconds, std::min(row.toSeconds, CMTimeGetSeconds(timeline->duration()) - 0.05));
     EXPECT_GE(pitch, row.lowest);
     EXPECT_LE(pitch, row.highest);
@@ -156,17 +137,15 @@ TEST(SpeedExport, RefusesSpeedsThatLeaveNoLengthAndNamesTheTrack) {
   };
   for (const auto& [context, cause] : rows) {
     for (const bool native : {true, false}) {
-      const auto timeline = scaledTimeline(path, context);
-      const OutputFolder folder;
-      const auto render = LUMRender::initWithComposition(timeline, folder.movie());
-      render->setUseNativeComposition(native);
-      Host host(render);
-      render->generate();
-      ASSERT_TRUE(render->setUpError()) << cause;
-      EXPECT_THAT(render->setUpError()->localizedDescription(), HasSubstr("LUMRender cannot export track 10: "));
-      EXPECT_THAT(render->setUpError()->localizedDescription(), HasSubstr(cause));
-      render->clean();
-      EXPECT_TRUE(folder.files().empty());
+      Export movie(scaledTimeline(path, context));
+      movie.render->setUseNativeComposition(native);
+      movie.render->generate();
+      ASSERT_TRUE(movie.render->setUpError()) << cause;
+      const std::string words = movie.render->setUpError()->localizedDescription();
+      EXPECT_THAT(words, HasSubstr("LUMRender cannot export track 10: "));
+      EXPECT_THAT(words, HasSubstr(cause));
+      movie.render->clean();
+      EXPECT_TRUE(movie.files().empty());
     }
   }
 }
