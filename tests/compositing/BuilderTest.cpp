@@ -40,26 +40,18 @@ TEST(Builders, SetSizeRateAndRangeAndNoMix) {
   }
 }
 
-TEST(Builders, NameTheClassThatWasAsked) {
-  const auto composition = timelineOf({});
-  const auto own = LUMAVComposition::buildCompositionData(composition)->videoComposition()->customVideoCompositorClass();
-  const auto other =
-      LUMAVComposition::buildCompositionData<OtherCompositor>(composition)->videoComposition()->customVideoCompositorClass();
-  EXPECT_FALSE(own == other);
-  EXPECT_EQ(own.name, "LUMAVComposition");
-  EXPECT_NE(std::dynamic_pointer_cast<OtherCompositor>(other.make()), nullptr);
-  EXPECT_EQ(std::dynamic_pointer_cast<OtherCompositor>(own.make()), nullptr);
-}
-
-TEST(Builders, PutColoursAndToolOnTheNativeCompositionOnly) {
+TEST(Builders, NameTheClassThatWasAskedAndPutColoursOnTheNativeCompositionOnly) {
   const auto composition = timelineOf({{trackAt(1, 0, 1)}});
   composition->setColorPrimaries(AVVideoColorPrimaries_SMPTE_C);
-  composition->setColorYCbCrMatrix(AVVideoYCbCrMatrix_ITU_R_601_4);
+  const auto own = LUMAVComposition::buildCompositionData(composition)->videoComposition();
+  const auto other = LUMAVComposition::buildCompositionData<OtherCompositor>(composition)->videoComposition();
+  EXPECT_FALSE(own->customVideoCompositorClass() == other->customVideoCompositorClass());
+  EXPECT_EQ(own->customVideoCompositorClass().name, "LUMAVComposition");
+  EXPECT_NE(std::dynamic_pointer_cast<OtherCompositor>(other->customVideoCompositorClass().make()), nullptr);
+  EXPECT_EQ(own->colorPrimaries(), std::nullopt);
   const auto native = LUMAVComposition::buildNativeCompositionData(composition)->videoComposition();
   EXPECT_EQ(native->colorPrimaries(), AVVideoColorPrimaries_SMPTE_C);
-  EXPECT_EQ(native->colorYCbCrMatrix(), AVVideoYCbCrMatrix_ITU_R_601_4);
   EXPECT_EQ(native->colorTransferFunction(), std::nullopt);
-  EXPECT_EQ(LUMAVComposition::buildCompositionData(composition)->videoComposition()->colorPrimaries(), std::nullopt);
 }
 
 TEST(Builders, DressACompositionForAFilterLikeTheNativeOneButWithoutLayers) {

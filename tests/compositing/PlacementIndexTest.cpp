@@ -95,15 +95,6 @@ TEST(PlacementIndex, AgreesOnRowsWhoseSpansOverlap) {
   }
 }
 
-TEST(PlacementIndex, TakesSpansThatTouchForOverlapping) {
-  PlacementIndex index;
-  index.occupy(index.addRow(), {0, 2});
-  EXPECT_EQ(index.firstRowWithRoom({2, 3}), std::nullopt);
-  EXPECT_EQ(index.firstRowWithRoom({std::nextafter(2.0, 3.0), 3}), 0u);
-  EXPECT_EQ(index.firstRowWithRoom({-1, 0}), std::nullopt);
-  EXPECT_EQ(index.firstRowWithRoom({-2, -1}), 0u);
-}
-
 TEST(PlacementIndex, AddsStartAndLengthInSeconds) {
   const auto span = PlacementIndex::spanOf({CMTimeMake(1, 3), CMTimeMake(1, 7)});
   EXPECT_EQ(span.startSeconds, 1.0 / 3);

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,9 +15,6 @@
 namespace vidloom {
 namespace {
 
-using testing::ClipSpec;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing::LogCapture;
 using Ids = std::vector<std::vector<uint64_t>>;
 
@@ -42,11 +38,6 @@ TEST(Placement, ReusesACompositionTrackOnlyWhereRangesLieApart) {
       {"of no length, at the end", trackAt(2, 2, 0), {{1}, {2}}},
   };
   for (const auto& row : rows) EXPECT_EQ(placedVideo({{first, row.second}}), row.placed) << row.what;
-}
-
-TEST(Placement, TakesTracksThatEndEarlierFirstAndKeepsTheOrderOfTies) {
-  EXPECT_EQ(placedVideo({{trackAt(1, 0, 5), trackAt(2, 1, 2)}, {trackAt(3, 0, 5), trackAt(4, 0, 3), trackAt(5, 2, 1)}}),
-            (Ids{{2}, {4}, {5}, {1}, {3}}));
 }
 
 TEST(Placement, PlacesATrackOfTwoInstructionsTwice) {
@@ -83,7 +74,8 @@ TEST(Placement, IsThatOfThePlainLoopOnRandomTimelines) {
       expectedIds.emplace_back();
       for (const auto& track : row) expectedIds.back().push_back(track->objectId());
     }
-    ASSERT_EQ(placedVideo({tracks}), expectedIds) << "round " << round;
+    const auto middle = tracks.begin() + static_cast<ptrdiff_t>(tracks.size() / 2);
+    ASSERT_EQ(placedVideo({{tracks.begin(), middle}, {middle, tracks.end()}}), expectedIds) << "round " << round;
   }
 }
 
@@ -122,10 +114,8 @@ TEST(Placement, FindsTheVideoTrackOfAnObjectIdTheLastOneWinning) {
 // ---- with media ----
 
 std::shared_ptr<AVAsset> clip(double videoSeconds, double audioSeconds) {
-  ClipSpec spec;
-  spec.frameCount = static_cast<int>(videoSeconds * 30);
-  spec.sound = testing::noise(static_cast<int64_t>(audioSeconds * 48000), 1);
-  return AVAsset::assetWithURL(testing::makeClip(spec));
+  const auto sound = testing::noise(static_cast<int64_t>(audioSeconds * 48000), 1);
+  return AVAsset::assetWithURL(testing::makeClip({.frameCount = static_cast<int>(videoSeconds * 30), .sound = sound}));
 }
 
 std::shared_ptr<LUMAVAssetTrack> mediaTrack(uint64_t id, const std::shared_ptr<AVAsset>& asset, const CMTime& start = kCMTimeZero) {
@@ -159,25 +149,15 @@ TEST(PlacementOfMedia, LaysPictureAndSoundAtTheTracksStart) {
   }
 }
 
-TEST(PlacementOfMedia, LeavesOutSoundThatIsMutedOrTrimmedAway) {
+TEST(PlacementOfMedia, LeavesOutWhatIsMutedTrimmedAwayOrNotInTheFile) {
   const auto asset = clip(2, 1);
-  const auto muted = mediaTrack(1, asset);
+  const auto muted = mediaTrack(1, asset), trimmedAway = mediaTrack(2, asset);
   muted->setMuteAudioFlag(true);
-  const auto trimmedAway = mediaTrack(2, asset);
   trimmedAway->setLeftTrimOffset(CMTimeMake(3, 2));
-  const auto placed = place({muted, trimmedAway});
-  EXPECT_EQ(placed.video.size(), 2u);
-  EXPECT_THAT(placed.audio, IsEmpty());
-}
-
-TEST(PlacementOfMedia, GivesASoundFileNoVideoTrack) {
-  ClipSpec spec;
-  spec.frameCount = 0;
-  spec.container = "m4a";
-  spec.sound = testing::noise(48000, 2);
-  const auto placed = place({mediaTrack(1, AVAsset::assetWithURL(testing::makeClip(spec)))});
-  EXPECT_THAT(placed.video, IsEmpty());
-  EXPECT_EQ(placed.audio, (Ids{{1}}));
+  const auto song = testing::makeClip({.frameCount = 0, .sound = testing::noise(48000, 2), .container = "m4a"});
+  const auto placed = place({muted, trimmedAway, mediaTrack(3, AVAsset::assetWithURL(song))});
+  EXPECT_EQ(placed.video, (Ids{{2}, {1}}));
+  EXPECT_EQ(placed.audio, (Ids{{3}}));
 }
 
 TEST(PlacementOfMedia, ChoosesTracksOfSoundByTheRangeOfThePicture) {
