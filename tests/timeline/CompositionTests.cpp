@@ -12,7 +12,6 @@ using test::assetOf;
 using test::seconds;
 using test::videoOf;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::shared_ptr<LUMTrack> trackAt(uint64_t id, double start, double duration) {
   auto track = LUMTrack::initWithId(id);
@@ -81,25 +80,16 @@ TEST(Instruction, findsTracksByExactTimesOrByFrames) {
   }
 }
 
-TEST(Composition, lastsAsLongAsItsLongestInstruction) {
-  const auto composition = LUMComposition::initWithSize({1080, 1920}, 30);
-  EXPECT_EQ(CMTimeCompare(composition->duration(), kCMTimeZero), 0);
-  EXPECT_TRUE(composition->isEmpty());
-  composition->addInstructions({instructionAt(1, 0, {trackAt(1, 0, 5)}), nullptr, instructionAt(2, 4, {trackAt(2, 0, 3)})});
-  EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(5)), 0);
-  EXPECT_FALSE(composition->isEmpty());
-  composition->getTrack(2, 2)->setStart(seconds(7));
-  composition->invalidate();
-  EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(10)), 0);
-}
-
 TEST(Composition, editsByIdsAndIgnoresUnknownOnes) {
   const auto composition = LUMComposition::initWithSize({2, 2}, 30);
   const auto first = instructionAt(7, 0, {}), again = instructionAt(7, 0, {}), other = instructionAt(8, 0, {});
-  composition->addInstructions({first, again, other, first});
+  EXPECT_TRUE(composition->isEmpty());
+  composition->addInstructions({first, again, nullptr, other, first});
   composition->addTracks({trackAt(1, 0, 1)}, 7);
   composition->addTracks({trackAt(1, 0, 2), trackAt(2, 0, 2)}, 8);
   composition->addTracks({trackAt(3, 0, 1)}, 99);
+  EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(2)), 0) << "that of the longest instruction";
+  EXPECT_FALSE(composition->isEmpty());
   EXPECT_THAT(idsOf(composition->allTracks()), ElementsAre(1, 1, 2, 1));
   EXPECT_EQ(composition->getInstruction(7), first);
   EXPECT_EQ(composition->getInstructionForTrackAtId(1), first);
@@ -172,23 +162,6 @@ TEST(Composition, theSummaryCountsClassesAndKeysItsNumbers) {
   const auto noFile = LUMComposition::initWithSize({1, 1}, 30);
   noFile->addInstructions({instructionAt(1, 0, {LUMAVAssetTrack::initWithAVAsset(nullptr, 1)})});
   EXPECT_EQ(printed(noFile->mapRepresentation())["0"], "DURATION") << "an invalid duration";
-}
-
-TEST(Composition, listsAreTheHostsToEdit) {
-  const auto composition = LUMComposition::initWithSize({2, 2}, 30);
-  const auto instruction = instructionAt(1, 0, {});
-  composition->instructions().push_back(instruction);
-  const auto snapshot = composition->getCompositionInstructions();
-  instruction->tracks().push_back(trackAt(1, 0, 2));
-  composition->invalidate();
-  EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(2)), 0);
-  composition->instructions().clear();
-  EXPECT_THAT(composition->getCompositionInstructions(), IsEmpty());
-  EXPECT_THAT(snapshot, ElementsAre(instruction));
-  composition->updateRenderSize({4, 6});
-  composition->updateFPS(60);
-  EXPECT_EQ(composition->renderSize(), (CGSize{4, 6}));
-  EXPECT_EQ(composition->fps(), 60u);
 }
 
 }  // namespace

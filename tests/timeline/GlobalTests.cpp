@@ -5,7 +5,6 @@
 #include "tests/timeline/TimelineFixtures.h"
 #include "vidloom/platform/foundation/NSLog.h"
 #include "vidloom/timeline/LUMGlobal.h"
-#include "vidloom/timeline/LUMRenderSettings.h"
 
 namespace vidloom {
 namespace {
@@ -42,14 +41,6 @@ TEST(Global, theExactTestIsClosedAndTheFrameTestForgivesAFrame) {
   }
 }
 
-TEST(Global, aSecondAt30HoldsThirtyOneFrames) {
-  int frames = 0;
-  for (int i = -3; i < 40; ++i) {
-    frames += i >= 0 && LUMGlobal::CMTIMERANGE_CONTAINS_TIME(30, range(0, 1), CMTimeMake(10 * i + 5, 300)) ? 1 : 0;
-  }
-  EXPECT_EQ(frames, 31);
-}
-
 TEST(Global, rangesThatTouchIntersect) {
   struct {
     CMTimeRange a, b;
@@ -60,15 +51,6 @@ TEST(Global, rangesThatTouchIntersect) {
       {kCMTimeRangeInvalid, range(0, 1), true},
   };
   for (const auto& row : table) EXPECT_EQ(LUMGlobal::CMTIMERANGE_IS_INTERSECT(row.a, row.b), row.intersect) << row.a << row.b;
-}
-
-TEST(Global, ofEqualTimesTheFirstIsTheSmaller) {
-  CMTime rounded = CMTimeMake(2, 4);
-  rounded.flags |= kCMTimeFlags_HasBeenRounded;
-  EXPECT_EQ(LUMGlobal::CMTIME_MIN(rounded, CMTimeMake(1, 2)).flags, rounded.flags);
-  EXPECT_EQ(LUMGlobal::CMTIME_MIN(CMTimeMake(1, 2), rounded).timescale, 2);
-  EXPECT_EQ(LUMGlobal::CMTIME_MIN(CMTimeMake(2, 1), CMTimeMake(1, 1)).value, 1);
-  EXPECT_TRUE(CMTIME_IS_VALID(LUMGlobal::CMTIME_MIN(kCMTimeInvalid, kCMTimeZero)));
 }
 
 TEST(Global, descriptionsPutTheTimescaleFirst) {
@@ -103,23 +85,6 @@ TEST(Global, blankClipsExistForTheAvailableRatesOnly) {
     EXPECT_TRUE(CMTimeRangeEqual(tracks[0]->timeRange(), {kCMTimeZero, CMTimeMake(2, 1)})) << tracks[0]->timeRange();
     EXPECT_EQ(tracks[0]->nominalFrameRate(), static_cast<float>(fps));
   }
-}
-
-TEST(Global, theIdRegistryForgetsEverything) {
-  LUMGlobal::addItemInToLUMObjectIdsStack(5);
-  EXPECT_FALSE(LUMGlobal::LUMIdsStackContainsObject(5));
-  LUMGlobal::removeItemFromLUMObjectIdsStack(5);
-  EXPECT_FALSE(LUMGlobal::LUMIdsStackContainsObject(5));
-}
-
-TEST(RenderSettings, theSharedOneBeginsWithYCbCr) {
-  EXPECT_EQ(LUMRenderSettings::shared(), LUMRenderSettings::shared());
-  EXPECT_TRUE(LUMRenderSettings::shared()->isYCbCrPixelFormatSupported());
-  const auto own = LUMRenderSettings::init();
-  own->setIsYCbCrPixelFormatSupported(false);
-  EXPECT_TRUE(LUMRenderSettings::shared()->isYCbCrPixelFormatSupported());
-  own->prepare();
-  EXPECT_TRUE(own->isYCbCrPixelFormatSupported());
 }
 
 }  // namespace
