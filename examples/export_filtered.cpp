@@ -1,10 +1,11 @@
-// Writes a clip through an image filter to a movie: filter_export IN OUT.mp4
+// Writes a clip to a movie, blurred most in the middle of each second: export_filtered IN OUT.mp4
+#include <cmath>
 #include <cstdio>
 
 #include "vidloom/compositing/LUMAVComposition.h"
 #include "vidloom/export/LUMRender.h"
-#include "vidloom/platform/avfoundation/AVAsynchronousCIImageFilteringRequest.h"
 #include "vidloom/platform/avfoundation/AVURLAsset.h"
+#include "vidloom/platform/coreimage/CIContext.h"
 #include "vidloom/platform/dispatch/RunLoop.h"
 #include "vidloom/timeline/LUMAVAssetTrack.h"
 #include "vidloom/timeline/LUMComposition.h"
@@ -14,14 +15,18 @@ using namespace vidloom;
 
 namespace {
 
-/// Called for every frame, on a queue of the platform.
-void makeSepia(const std::shared_ptr<AVAsynchronousCIImageFilteringRequest>& request) {
+using Request = AVAsynchronousCIImageFilteringRequest;
+
+/// Called on a queue of the library, for several frames before the first is answered.
+void filter(const std::shared_ptr<Request>& request, const std::shared_ptr<CIContext>& context) {
+  const double seconds = CMTimeGetSeconds(request->compositionTime());
+  const double radius = 8 * std::abs(std::sin(seconds * 3.14159265));
+  if (radius < 0.5) return request->finishWithImage(request->sourceImage(), nullptr);  // passed on untouched
   std::optional<NSError> error;
-  const auto sepia = request->sourceImage()->imageByApplyingFilter("CISepiaTone", {{"inputIntensity", 0.9}}, &error);
-  if (sepia)
-    request->finishWithImage(sepia, nullptr);
-  else
-    request->finishWithError(error.value_or(NSError{}));
+  const CIImageRef blurred =
+      request->sourceImage()->imageByClampingToExtent()->imageByApplyingFilter("CIGaussianBlur", {{"inputRadius", radius}}, &error);
+  if (!blurred) return request->finishWithError(*error);
+  request->finishWithImage(blurred, context);
 }
 
 }  // namespace
@@ -31,10 +36,12 @@ int main(int argc, char** argv) {
   const auto clip = LUMAVAssetTrack::initWithAVAsset(AVAsset::assetWithURL(argv[1]), 1);
   const auto instruction = LUMInstruction::initWithId(1);
   instruction->addTracks({clip});
-  const auto timeline = LUMComposition::initWithSize(clip->transformSize(), 30);
+  const auto timeline = LUMComposition::initWithSize(clip->aspectSize(), 30);
   timeline->addInstructions({instruction});
 
-  const auto data = LUMAVComposition::buildNativeCompositionWithCIFilterBlock(timeline, makeSepia);
+  const auto context = CIContext::context();
+  const auto data = LUMAVComposition::buildNativeCompositionWithCIFilterBlock(
+      timeline, [context](const std::shared_ptr<Request>& request) { filter(request, context); });
   const auto render = LUMRender::initWithData(data, timeline, argv[2]);
   render->setUseNativeComposition(true);
   const auto delegate = std::make_shared<LUMRenderDelegate>();
