@@ -2,8 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+
 #include "tests/export/ExportHost.h"
+#include "vidloom/compositing/LUMAVComposition.h"
+#include "vidloom/compositing/LUMAVCompositionInstruction.h"
 #include "vidloom/platform/avfoundation/AVError.h"
+#include "vidloom/platform/pixels/Picture.h"
 
 namespace vidloom {
 namespace {
@@ -113,6 +119,89 @@ TEST(DrawingHost, CancellingAgainstASilentHostEndsInOneCall) {
     EXPECT_FALSE(log.contains({"too late"}));
     EXPECT_THAT(run.folder.files(), IsEmpty());
     EXPECT_TRUE(spinUntil([&] { return reader.expired(); }));
+  }
+}
+
+// ---- the same pictures as without a host ----
+
+/// Copies the source frame's bytes, or gives the frame itself back after reading it.
+class Copier : public LUMAVAsyncDrawDelegate {
+ public:
+  explicit Copier(bool copies) : copies_(copies) {}
+  void drawAsync(const std::shared_ptr<AVAsynchronousVideoCompositionRequest>& request,
+                 const std::shared_ptr<LUMAVRoutePipeline>&) override {
+    const CVPixelBufferRef source = request->sourceFrameByTrackID(request->sourceTrackIDs().front());
+    const CVPixelBufferRef target = copies_ ? request->renderContext()->newPixelBuffer() : source;
+    CVPixelBufferLockBaseAddress(source, kCVPixelBufferLock_ReadOnly);
+    if (copies_) copy(source, target);
+    CVPixelBufferUnlockBaseAddress(source, kCVPixelBufferLock_ReadOnly);
+    request->finishWithComposedVideoFrame(target);
+  }
+
+ private:
+  static void copy(const CVPixelBufferRef& source, const CVPixelBufferRef& target) {
+    CVPixelBufferLockBaseAddress(target, 0);
+    for (size_t plane = 0; plane < 2; ++plane) {
+      std::memcpy(CVPixelBufferGetBaseAddressOfPlane(target, plane), CVPixelBufferGetBaseAddressOfPlane(source, plane),
+                  CVPixelBufferGetBytesPerRowOfPlane(source, plane) * CVPixelBufferGetHeightOfPlane(source, plane));
+    }
+    CVPixelBufferUnlockBaseAddress(target, 0);
+  }
+  const bool copies_;
+};
+
+/// The first frames as they go into an encoder; `drawer` null: made natively.
+std::vector<PictureRef> firstFrames(const std::shared_ptr<LUMComposition>& timeline, const std::shared_ptr<Copier>& drawer) {
+  const auto data =
+      drawer ? LUMAVComposition::buildCompositionData(timeline) : LUMAVComposition::buildNativeCompositionData(timeline);
+  if (drawer) {
+    std::dynamic_pointer_cast<LUMAVCompositionInstruction>(data->videoComposition()->instructions().back())->setDelegate(drawer);
+  }
+  std::optional<NSError> error;
+  const auto reader = AVAssetReader::initWithAsset(data->composition(), &error);
+  const auto output = AVAssetReaderVideoCompositionOutput::initWithVideoTracks(
+      data->composition()->tracksWithMediaType(AVMediaTypeVideo),
+      NSDictionary{{kCVPixelBufferPixelFormatTypeKey, int64_t{kCVPixelFormatType_420YpCbCr8BiPlanarFullRange}}});
+  output->setVideoComposition(data->videoComposition());
+  reader->addOutput(output);
+  EXPECT_TRUE(reader->startReading());
+  std::vector<PictureRef> frames;
+  while (frames.size() < 8) {
+    const auto sample = output->copyNextSampleBuffer();
+    if (!sample) break;
+    frames.push_back(CVPixelBufferCopyPicture(CMSampleBufferGetImageBuffer(sample)));
+  }
+  EXPECT_EQ(frames.size(), 8u);
+  reader->cancelReading();
+  return frames;
+}
+
+/// How many samples differ, codes outside the limited range (if `clipped`) taken for the nearest within.
+int differences(const Picture& a, const Picture& b, bool clipped) {
+  int count = 0;
+  const auto compare = [&](const PicturePlane& first, const PicturePlane& second, int width, int height, uint8_t maximum) {
+    for (int i = 0; i < width * height; ++i) {
+      uint8_t left = first.data[i / width * first.stride + i % width];
+      if (clipped) left = std::clamp<uint8_t>(left, 16, maximum);
+      count += left != second.data[i / width * second.stride + i % width];
+    }
+  };
+  compare(a.y, b.y, a.width, a.height, 235);
+  compare(a.cb, b.cb, a.chromaWidth(), a.chromaHeight(), 240);
+  compare(a.cr, b.cr, a.chromaWidth(), a.chromaHeight(), 240);
+  return count;
+}
+
+TEST(DrawingHost, DrawsTheSameCodesAsTheNativeCompositorWithinTheLimitedRange) {
+  const auto film = std::filesystem::path(VIDLOOM_TEST_DATA) / "../../examples/demo/stream.mp4";
+  const auto asset = AVAsset::assetWithURL(film);
+  const auto timeline = timelineOf({asset}, asset->tracksWithMediaType(AVMediaTypeVideo).front()->naturalSize());
+  const auto native = firstFrames(timeline, nullptr);
+  const auto copied = firstFrames(timeline, std::make_shared<Copier>(true));
+  const auto untouched = firstFrames(timeline, std::make_shared<Copier>(false));
+  for (size_t i = 0; i < native.size(); ++i) {
+    EXPECT_EQ(differences(*native[i], *copied[i], true), 0) << i;
+    EXPECT_EQ(differences(*native[i], *untouched[i], false), 0) << i;
   }
 }
 

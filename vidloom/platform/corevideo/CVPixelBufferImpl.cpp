@@ -72,7 +72,8 @@ PictureRef CVPixelBuffer::copyPicture(CVPictureAlpha alpha) {
 
 bool CVPixelBuffer::materialise() {
   if (memory_) return true;
-  memory_ = CVPixelMemory::allocate(layout_.byteCount);
+  // Where a picture overwrites it all, memory that was used before will do.
+  memory_ = withAlpha_ ? PicturePool::shared().makeBytes(layout_.byteCount) : CVPixelMemory::allocate(layout_.byteCount);
   if (memory_ && withAlpha_) writePicture(*withAlpha_);
   return memory_ != nullptr;
 }
