@@ -9,6 +9,7 @@
 #include "vidloom/compositing/LUMAVComposition.h"
 #include "vidloom/compositing/LUMAVCompositionInstruction.h"
 #include "vidloom/platform/avfoundation/AVError.h"
+#include "vidloom/platform/avfoundation/AVVideoCompositionCoreAnimationTool.h"
 #include "vidloom/platform/pixels/Picture.h"
 
 namespace vidloom {
@@ -202,6 +203,31 @@ TEST(DrawingHost, DrawsTheSameCodesAsTheNativeCompositorWithinTheLimitedRange) {
   for (size_t i = 0; i < native.size(); ++i) {
     EXPECT_EQ(differences(*native[i], *copied[i], true), 0) << i;
     EXPECT_EQ(differences(*native[i], *untouched[i], false), 0) << i;
+  }
+}
+
+TEST(LayerTool, IsDrawnOverNativeExportsAndLeftOutWhereTheHostDraws) {
+  const auto timeline = timelineOf({clip(12)});
+  const auto root = CALayer::layer(), video = CALayer::layer(), logo = CALayer::layer();
+  root->setFrame(CGRectMake(0, 0, 320, 180));
+  video->setFrame(root->frame());
+  logo->setFrame(CGRectMake(300, 4, 16, 16));
+  const std::shared_ptr<uint8_t> white(new uint8_t[4 * 4 * 4], std::default_delete<uint8_t[]>());
+  std::fill_n(white.get(), 4 * 4 * 4, uint8_t{255});
+  logo->setContents(CGImageCreate(4, 4, 16, white, kCGImageAlphaFirst, nullptr));
+  root->addSublayer(video);
+  root->addSublayer(logo);
+  timeline->setCoreAnimationTool(
+      AVVideoCompositionCoreAnimationTool::videoCompositionCoreAnimationToolWithPostProcessingAsVideoLayer(video, root));
+  const auto inLogo = [](const PictureRef& picture) { return picture->y.data[(180 - 12) * picture->y.stride + 308]; };
+  const auto plain = firstFrames(timelineOf({clip(12)}), nullptr);
+  const auto drawn = firstFrames(timeline, nullptr);
+  const auto byHost = firstFrames(timeline, std::make_shared<Copier>(false));
+  for (size_t i = 0; i < drawn.size(); ++i) {
+    EXPECT_NE(inLogo(plain[i]), 235);
+    EXPECT_EQ(inLogo(drawn[i]), 235);
+    EXPECT_LE(differences(*plain[i], *drawn[i], false), 16 * 16 + 2 * 8 * 8) << "nothing but the logo";
+    EXPECT_EQ(differences(*plain[i], *byHost[i], false), 0);
   }
 }
 
