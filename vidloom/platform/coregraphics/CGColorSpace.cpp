@@ -6,14 +6,14 @@ namespace vidloom {
 
 class CGColorSpace {
  public:
-  CGColorSpace(CGColorSpaceModel model, std::optional<std::string> name) : model_(model), name_(std::move(name)) {}
+  explicit CGColorSpace(CGColorSpaceModel model, std::string name = {}) : model_(model), name_(std::move(name)) {}
 
   CGColorSpaceModel model() const { return model_; }
-  const std::optional<std::string>& name() const { return name_; }
+  const std::string& name() const { return name_; }
 
  private:
   const CGColorSpaceModel model_;
-  const std::optional<std::string> name_;
+  const std::string name_;  ///< empty: none
 };
 
 CGColorSpaceRef CGColorSpaceCreateWithName(const std::string& name) {
@@ -26,18 +26,19 @@ CGColorSpaceRef CGColorSpaceCreateWithName(const std::string& name) {
   return found == models.end() ? nullptr : std::make_shared<CGColorSpace>(found->second, name);
 }
 
-CGColorSpaceRef CGColorSpaceCreateDeviceRGB() { return std::make_shared<CGColorSpace>(kCGColorSpaceModelRGB, std::nullopt); }
+CGColorSpaceRef CGColorSpaceCreateDeviceRGB() { return std::make_shared<CGColorSpace>(kCGColorSpaceModelRGB); }
 
-CGColorSpaceRef CGColorSpaceCreateDeviceGray() {
-  return std::make_shared<CGColorSpace>(kCGColorSpaceModelMonochrome, std::nullopt);
-}
+CGColorSpaceRef CGColorSpaceCreateDeviceGray() { return std::make_shared<CGColorSpace>(kCGColorSpaceModelMonochrome); }
 
 CGColorSpaceRef CGColorSpaceCreateIndexed(const CGColorSpaceRef& baseSpace) {
-  return baseSpace ? std::make_shared<CGColorSpace>(kCGColorSpaceModelIndexed, std::nullopt) : nullptr;
+  return baseSpace ? std::make_shared<CGColorSpace>(kCGColorSpaceModelIndexed) : nullptr;
 }
 
 CGColorSpaceModel CGColorSpaceGetModel(const CGColorSpaceRef& space) { return space ? space->model() : kCGColorSpaceModelUnknown; }
 
-std::optional<std::string> CGColorSpaceCopyName(const CGColorSpaceRef& space) { return space ? space->name() : std::nullopt; }
+std::optional<std::string> CGColorSpaceCopyName(const CGColorSpaceRef& space) {
+  if (!space || space->name().empty()) return std::nullopt;
+  return space->name();
+}
 
 }  // namespace vidloom
