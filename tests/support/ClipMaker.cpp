@@ -1,11 +1,10 @@
 #include <cmath>
 #include <fstream>
-#include <map>
 #include <random>
-#include <sstream>
 #include <stdexcept>
 
 #include "tests/support/Fixtures.h"
+#include "tests/support/MovieProbe.h"
 
 namespace vidloom::testing {
 
@@ -33,11 +32,14 @@ bool bitOf(int index, int row, int column) {
   return (byte >> column & 1) != 0;
 }
 
+size_t frameBytes(int width, int height) {
+  return static_cast<size_t>(width) * static_cast<size_t>(height) +
+         2 * static_cast<size_t>((width + 1) / 2) * static_cast<size_t>((height + 1) / 2);
+}
+
 std::string rawFrame(const ClipSpec& spec, int number) {
-  const size_t luma = static_cast<size_t>(spec.width) * static_cast<size_t>(spec.height);
-  const size_t chroma = static_cast<size_t>((spec.width + 1) / 2) * static_cast<size_t>((spec.height + 1) / 2);
-  std::string frame(luma + 2 * chroma, static_cast<char>(118));
-  drawFrameIndex(spec.firstIndex + number, spec.width, spec.height, reinterpret_cast<uint8_t*>(frame.data()), spec.width);
+  std::string frame(frameBytes(spec.width, spec.height), static_cast<char>(118));
+  drawFrameIndex(number, spec.width, spec.height, reinterpret_cast<uint8_t*>(frame.data()), spec.width);
   return frame;
 }
 
@@ -56,37 +58,37 @@ void addVideoOptions(const ClipSpec& spec, std::vector<std::string>& command) {
 
 bool isMovie(const ClipSpec& spec) { return spec.container == "mp4" || spec.container == "mov" || spec.container == "m4a"; }
 
-std::vector<std::string> commandFor(const ClipSpec& spec, const fs::path& sound, const fs::path& target) {
+std::vector<std::string> commandFor(const ClipSpec& spec, const fs::path& target) {
   std::vector<std::string> command{"ffmpeg", "-v", "error", "-nostdin", "-y"};
+  const std::string base = target.string(), rate = std::to_string(spec.sampleRate);
   if (spec.frameCount > 0) {
     append(command, {"-f", "rawvideo", "-pix_fmt", "yuv420p", "-s", std::to_string(spec.width) + "x" + std::to_string(spec.height),
-                     "-r", spec.frameRate, "-i", "-"});
+                     "-r", spec.frameRate, "-i", base + ".yuv"});
   }
-  if (!sound.empty()) {
-    append(command, {"-f", "f32le", "-ar", std::to_string(spec.sampleRate), "-ac", "2", "-i", sound.string()});
-  }
+  if (!spec.sound.empty()) append(command, {"-f", "f32le", "-ar", rate, "-ac", "2", "-i", base + ".f32"});
   if (spec.frameCount > 0) addVideoOptions(spec, command);
-  if (!sound.empty()) {
+  if (!spec.sound.empty()) {
     append(command, {"-c:a", spec.audioCodec});
     if (spec.channels == 1) append(command, {"-af", "pan=mono|c0=c0"});
     append(command, spec.audioOptions);
   }
   if (isMovie(spec)) append(command, {"-movie_timescale", "240000"});
-  command.push_back(target.string());
+  command.push_back(base);
   return command;
 }
 
 std::string nameFor(const ClipSpec& spec) {
-  std::ostringstream text;
-  text << spec.frameCount << spec.frameRate << spec.width << 'x' << spec.height << spec.firstIndex << spec.videoCodec << spec.gop
-       << ' ' << spec.bFrames << spec.openGop << spec.pixelFormat << spec.crf << spec.sampleRate << ' ' << spec.channels
-       << spec.audioCodec << spec.sound.size();
-  for (const std::string& option : spec.videoOptions) text << ' ' << option;
-  for (const std::string& option : spec.audioOptions) text << ' ' << option;
-  size_t hash = std::hash<std::string>{}(text.str());
-  const std::string bytes(reinterpret_cast<const char*>(spec.sound.data()), spec.sound.size() * sizeof(float));
-  hash ^= std::hash<std::string>{}(bytes)*31;
-  return "clip-" + std::to_string(hash) + "." + spec.container;
+  std::string text = spec.frameRate + spec.videoCodec + spec.pixelFormat + spec.audioCodec;
+  for (const int number : {spec.frameCount, spec.width, spec.height, spec.gop, spec.bFrames, int{spec.openGop}, spec.crf,
+                           spec.sampleRate, spec.channels}) {
+    text += ' ' + std::to_string(number);
+  }
+  for (const auto& options : {spec.videoOptions, spec.audioOptions}) {
+    for (const std::string& option : options) text += ' ' + option;
+    text += '|';
+  }
+  text.append(reinterpret_cast<const char*>(spec.sound.data()), spec.sound.size() * sizeof(float));
+  return "clip-" + std::to_string(std::hash<std::string>{}(text)) + "." + spec.container;
 }
 
 }  // namespace
@@ -158,43 +160,38 @@ SoundSamples noise(int64_t frames, uint32_t seed) {
 }
 
 fs::path makeClip(const ClipSpec& spec) {
-  const fs::path target = scratchFolder() / nameFor(spec);
+  const std::string name = nameFor(spec);
+  const fs::path target = scratchFolder() / name;
   if (fs::exists(target)) return target;
-  fs::path sound;
-  if (!spec.sound.empty()) {
-    sound = target.string() + ".f32";
-    std::ofstream(sound, std::ios::binary)
-        .write(reinterpret_cast<const char*>(spec.sound.data()), static_cast<std::streamsize>(spec.sound.size() * sizeof(float)));
-  }
-  InputFeed feed;
-  int number = 0;
-  if (spec.frameCount > 0) {
-    feed = [&](std::string& bytes) {
-      bytes = rawFrame(spec, number++);
-      return number < spec.frameCount;
-    };
-  }
-  const int status = runProgram(commandFor(spec, sound, target), nullptr, feed);
-  if (!sound.empty()) fs::remove(sound);
+  const char* samples = reinterpret_cast<const char*>(spec.sound.data());
+  const fs::path sound = writeFile(name + ".f32", std::string(samples, spec.sound.size() * sizeof(float)));
+  const fs::path pictures = scratchFolder() / (name + ".yuv");
+  std::ofstream frames(pictures, std::ios::binary);
+  for (int i = 0; i < spec.frameCount; ++i) frames << rawFrame(spec, i);
+  frames.close();
+  const int status = runProgram(commandFor(spec, target));
+  fs::remove(sound);
+  fs::remove(pictures);
   if (status != 0) throw std::runtime_error("ffmpeg could not make " + target.string());
   return target;
 }
 
-std::vector<int> decodedFrameIndices(const fs::path& file) {
-  std::string size, bytes;
-  runProgram({"ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries", "stream=width,height", "-of", "csv=p=0:s=x",
-              file.string()},
-             &size);
-  int width = 0, height = 0;
-  if (std::sscanf(size.c_str(), "%dx%d", &width, &height) != 2) return {};
+std::string decodedPlanes(const fs::path& file) {
+  std::string bytes;
   runProgram({"ffmpeg", "-v", "error", "-nostdin", "-noautorotate", "-i", file.string(), "-map", "0:v:0", "-fps_mode",
               "passthrough", "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"},
              &bytes);
-  const size_t luma = static_cast<size_t>(width) * static_cast<size_t>(height);
-  const size_t frame = luma + 2 * static_cast<size_t>((width + 1) / 2) * static_cast<size_t>((height + 1) / 2);
+  return bytes;
+}
+
+std::vector<int> decodedFrameIndices(const fs::path& file) {
+  const MovieProbe probe(file);
+  const int width = static_cast<int>(probe.number("v:0", "width")), height = static_cast<int>(probe.number("v:0", "height"));
+  const std::string planes = decodedPlanes(file);
+  const size_t frame = frameBytes(width, height);
   std::vector<int> indices;
-  for (size_t at = 0; at + frame <= bytes.size(); at += frame) {
-    indices.push_back(readFrameIndex(reinterpret_cast<const uint8_t*>(bytes.data()) + at, width, width, height));
+  for (size_t at = 0; frame > 0 && at + frame <= planes.size(); at += frame) {
+    indices.push_back(readFrameIndex(reinterpret_cast<const uint8_t*>(planes.data()) + at, width, width, height));
   }
   return indices;
 }

@@ -31,11 +31,9 @@ class FileSizeLimit {
   rlimit before_{};
 };
 
-/// Runs a program and waits for it; `input` (may be empty) is called until it returns false and what it appends is fed to the
-/// program's standard input. Returns the exit status; standard output goes to *output where given. Standard error is dropped
-/// unless VIDLOOM_TEST_VERBOSE is set.
-using InputFeed = std::function<bool(std::string& bytes)>;
-int runProgram(const std::vector<std::string>& command, std::string* output = nullptr, const InputFeed& input = {});
+/// Runs a program without input and waits for it. Returns the exit status; standard output goes to *output where given. Standard
+/// error is dropped unless VIDLOOM_TEST_VERBOSE is set.
+int runProgram(const std::vector<std::string>& command, std::string* output = nullptr);
 
 /// Interleaved stereo float: what a clip's sound track is made from.
 using SoundSamples = std::vector<float>;
@@ -51,7 +49,6 @@ struct ClipSpec {
   int frameCount = 30;  ///< 0: no video track
   std::string frameRate = "30";
   int width = 320, height = 180;
-  int firstIndex = 0;  ///< the index that the first frame carries
   std::string videoCodec = "libx264";
   int gop = 250, bFrames = 0;
   bool openGop = false;
@@ -92,8 +89,9 @@ std::filesystem::path withTrackDisabled(const std::filesystem::path& file, const
 std::string readFile(const std::filesystem::path& file);
 std::filesystem::path writeFile(const std::string& name, const std::string& bytes);
 
-/// What ffmpeg decodes from a file: the index of every frame as stored (no frames doubled or dropped), and the sound as interleaved
-/// stereo float at its own rate, or at `sampleRate` where that is not 0.
+/// What ffmpeg decodes from a file: the 4:2:0 planes of all frames as stored (none doubled or dropped), the indices that they
+/// carry, and the sound as interleaved stereo float at its own rate, or at `sampleRate` where that is not 0.
+std::string decodedPlanes(const std::filesystem::path& file);
 std::vector<int> decodedFrameIndices(const std::filesystem::path& file);
 SoundSamples decodedSound(const std::filesystem::path& file, int sampleRate = 0);
 /// The stereo frames at which bursts (see soundWithBursts) begin in either channel.

@@ -1,6 +1,8 @@
 #include "tests/support/MovieProbe.h"
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -13,36 +15,30 @@ namespace {
 
 int64_t toNumber(const std::string& text) { return std::strtoll(text.c_str(), nullptr, 10); }
 
-std::string trimmed(std::string text) {
-  while (!text.empty() && (text.back() == '\n' || text.back() == ',')) text.pop_back();
-  return text;
+std::string asked(const std::filesystem::path& file, const std::string& stream, const std::string& entries) {
+  std::string output;
+  runProgram({"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries", entries, "-of", "csv=p=0", file.string()},
+             &output);
+  return output;
 }
 
 }  // namespace
 
 std::vector<ProbedPacket> MovieProbe::packets(const std::string& stream) const {
-  std::string output;
-  runProgram({"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries", "packet=pts,dts,duration,pos,flags", "-of",
-              "csv=p=0", file_.string()},
-             &output);
   std::vector<ProbedPacket> packets;
-  std::istringstream lines(output);
+  std::istringstream lines(asked(file_, stream, "packet=pts,dts,pos"));
   for (std::string line; std::getline(lines, line);) {
-    std::vector<std::string> fields;
-    std::istringstream parts(line);
-    for (std::string part; std::getline(parts, part, ',');) fields.push_back(part);
-    if (fields.size() < 5) continue;
-    packets.push_back({toNumber(fields[0]), toNumber(fields[1]), toNumber(fields[2]), toNumber(fields[3]), fields[4][0] == 'K'});
+    ProbedPacket packet;
+    if (std::sscanf(line.c_str(), "%" SCNd64 ",%" SCNd64 ",%" SCNd64, &packet.presentation, &packet.decode, &packet.position) == 3)
+      packets.push_back(packet);
   }
   return packets;
 }
 
 std::string MovieProbe::field(const std::string& stream, const std::string& name) const {
-  std::string output;
-  runProgram(
-      {"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries", "stream=" + name, "-of", "csv=p=0", file_.string()},
-      &output);
-  return trimmed(output);
+  std::string text = asked(file_, stream, "stream=" + name);
+  while (!text.empty() && (text.back() == '\n' || text.back() == ',')) text.pop_back();
+  return text;
 }
 
 int64_t MovieProbe::number(const std::string& stream, const std::string& name) const { return toNumber(field(stream, name)); }

@@ -12,9 +12,7 @@ namespace vidloom::testing {
 struct ProbedPacket {
   int64_t presentation = 0;
   int64_t decode = 0;
-  int64_t duration = 0;
   int64_t position = 0;
-  bool key = false;
 };
 
 class MovieProbe {

@@ -27,13 +27,6 @@ std::filesystem::path movieOf(const std::vector<PictureRef>& pictures, const Mov
   return destination;
 }
 
-/// The decoder's own planes of all frames, one after the other.
-std::string decodedPlanes(const std::filesystem::path& movie) {
-  std::string bytes;
-  EXPECT_EQ(runProgram({"ffmpeg", "-v", "error", "-i", movie.string(), "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"}, &bytes), 0);
-  return bytes;
-}
-
 double meanOf(const std::string& bytes, size_t from, size_t count) {
   const auto begin = bytes.begin() + static_cast<ptrdiff_t>(from);
   const auto sum = std::accumulate(begin, begin + static_cast<ptrdiff_t>(count), int64_t{0},

@@ -110,8 +110,7 @@ TEST(Picture, ShowsTheSameColoursHoweverTheyAreStored) {
 
 TEST(Picture, PassesStoredCodesOnUntouched) {
   const auto clip = makeClip({.frameCount = 3, .width = 166, .height = 122});
-  std::string stored;
-  testing::runProgram({"ffmpeg", "-v", "error", "-i", clip.string(), "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"}, &stored);
+  const std::string stored = testing::decodedPlanes(clip);
   const PictureRef picture = Decoded(clip).at(kCMTimeZero);
   ASSERT_TRUE(picture);
   auto next = stored.begin();
@@ -166,8 +165,7 @@ double combing(const uint8_t* luma, ptrdiff_t stride, int width, int height) {
 
 TEST(Picture, DeinterlacesToTheFrameRateTheSameHoweverAFrameIsReached) {
   const auto clip = interlacedClip();
-  std::string woven;
-  testing::runProgram({"ffmpeg", "-v", "error", "-i", clip.string(), "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"}, &woven);
+  const std::string woven = testing::decodedPlanes(clip);
   const Decoded linear(clip);
   EXPECT_TRUE(linear.info().interlaced);
   EXPECT_NEAR(linear.info().nominalFrameRate, 25, 0.01);
