@@ -49,11 +49,10 @@ class AudioMixerTest : public ::testing::Test {
     EXPECT_EQ(static_cast<int64_t>(all.size() / 2), mixer.frameCount());
     return all;
   }
-  static double tone(double hertz, int64_t frame, int rate) {
-    return 0.5 * std::sin(2 * std::numbers::pi * hertz * static_cast<double>(frame) / rate);
-  }
   static std::shared_ptr<FakeFile> toneFile(double hertz, int rate) {
-    return FakeFile::audio("tone", rate, [=](int64_t frame, int) { return static_cast<float>(tone(hertz, frame, rate)); });
+    return FakeFile::audio("tone", rate, [=](int64_t frame, int) {
+      return static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * hertz * static_cast<double>(frame) / rate));
+    });
   }
 
   const std::shared_ptr<DecoderLog> log = std::make_shared<DecoderLog>();
@@ -138,18 +137,28 @@ TEST_F(AudioMixerTest, OutputEndsWithTheRangeOrTheLastSound) {
   }
 }
 
-TEST_F(AudioMixerTest, SourcesOfOtherRatesKeepTheirTonesInPlace) {
-  for (const int rate : {8000, 22050, 32000, 48000, 96000}) {
+TEST_F(AudioMixerTest, TonesOfOtherRatesAndSpeedsStayInPlaceAndChangeTheirPitchWithTheSpeed) {
+  struct Row {
+    int rate;
+    double hertz;
+    CMTime target, mediaStart, mediaLength;
+  };
+  std::vector<Row> rows;
+  for (const int rate : {8000, 22050, 32000, 48000, 96000}) rows.push_back({rate, 997, seconds(1), seconds(1, 3), seconds(1)});
+  for (const CMTime& length : {seconds(1), seconds(4), seconds(1, 5)})
+    rows.push_back({48000, 440, length, kCMTimeZero, seconds(2)});
+  for (const Row& row : rows) {
     setup.audioTracks.clear();
-    add({segment(toneFile(997, rate), kCMTimeZero, seconds(1), seconds(1, 3))});
+    add({segment(toneFile(row.hertz, row.rate), kCMTimeZero, row.target, row.mediaStart, row.mediaLength)});
     const auto out = mixed();
-    ASSERT_EQ(out.size(), 88200u);
+    ASSERT_EQ(static_cast<double>(out.size()), 88200 * CMTimeGetSeconds(row.target));
+    const double speed = CMTimeGetSeconds(row.mediaLength) / CMTimeGetSeconds(row.target);
     double worst = 0;
-    for (int64_t i = 0; i < 44100; ++i) {
-      const double ideal = 0.5 * std::sin(2 * std::numbers::pi * 997 * (1.0 / 3 + static_cast<double>(i) / 44100));
-      worst = std::max(worst, std::abs(out[static_cast<size_t>(2 * i)] - ideal));
+    for (size_t i = 0; i < out.size() / 2; ++i) {
+      const double at = CMTimeGetSeconds(row.mediaStart) + static_cast<double>(i) / 44100 * speed;
+      worst = std::max(worst, std::abs(out[2 * i] - 0.5 * std::sin(2 * std::numbers::pi * row.hertz * at)));
     }
-    EXPECT_LT(worst, 2e-5) << rate;
+    EXPECT_LT(worst, 2e-5) << row.rate << " at speed " << speed;
   }
 }
 
@@ -159,11 +168,7 @@ TEST_F(AudioMixerTest, TracksAddUpAndTheSumIsClipped) {
   add({segment(constant(0.25f), kCMTimeZero, seconds(1, 2), kCMTimeZero)});
   add({emptySegment(kCMTimeZero, seconds(1, 4)), segment(constant(0.5f), seconds(1, 4), seconds(1, 4), kCMTimeZero)});
   const auto out = mixed();
-  EXPECT_EQ(out[0], 0.75f);
-  EXPECT_EQ(out[2 * 11025 - 1], 0.75f);
-  EXPECT_EQ(out[2 * 11025], 1.0f);
-  EXPECT_EQ(out[2 * 22050 - 1], 1.0f);
-  EXPECT_EQ(out[2 * 22050], 0.5f);
+  for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], i < 2 * 11025 ? 0.75f : i < 2 * 22050 ? 1.0f : 0.5f) << i;
 }
 
 TEST_F(AudioMixerTest, VolumesFollowTheirKeysToTheSample) {
@@ -177,13 +182,10 @@ TEST_F(AudioMixerTest, VolumesFollowTheirKeysToTheSample) {
   mix->setInputParameters({parameters});
   setup.mix = mix;
   const auto out = mixed();
-  EXPECT_EQ(out[2 * 99], 1.0f);
-  EXPECT_EQ(out[2 * 100], 0.25f);
-  EXPECT_EQ(out[2 * 22049], 0.25f);
-  for (const int64_t i : {22050, 30000, 44099, 66000}) {
-    EXPECT_NEAR(out[static_cast<size_t>(2 * i)], 0.25 + 0.5 * static_cast<double>(i - 22050) / 44100, 1e-5) << i;
+  for (size_t i = 0; i < out.size() / 2; ++i) {
+    const double along = std::clamp((static_cast<double>(i) - 22050) / 44100, 0.0, 1.0);
+    ASSERT_NEAR(out[2 * i], i < 100 ? 1 : 0.25 + 0.5 * along, 1e-5) << i;
   }
-  EXPECT_NEAR(out[2 * 66151], 0.75f, 1e-6f);
 }
 
 TEST_F(AudioMixerTest, BlocksOfAnySizeGiveTheSameSound) {
@@ -199,23 +201,6 @@ TEST_F(AudioMixerTest, BlocksOfAnySizeGiveTheSameSound) {
   for (const int frames : {1000, 511, 44100}) {
     setup.blockFrames = frames;
     EXPECT_EQ(mixed(), expected) << frames;
-  }
-}
-
-TEST_F(AudioMixerTest, AScaledToneChangesItsPitchWithTheSpeed) {
-  struct Row {
-    CMTime length;
-    double hertz;
-  };
-  for (const Row& row : {Row{seconds(1), 880}, Row{seconds(4), 220}, Row{seconds(1, 5), 4400}}) {
-    setup.audioTracks.clear();
-    add({segment(toneFile(440, 48000), kCMTimeZero, row.length, kCMTimeZero, seconds(2))});
-    const auto out = mixed();
-    double worst = 0;
-    for (size_t i = 0; i < out.size() / 2; ++i) {
-      worst = std::max(worst, std::abs(out[2 * i] - tone(row.hertz, static_cast<int64_t>(i), 44100)));
-    }
-    EXPECT_LT(worst, 2e-5) << row.length;
   }
 }
 
@@ -257,10 +242,6 @@ TEST_F(AudioMixerTest, SoundIsInTheAskedForm) {
   std::memcpy(values, bytes.data(), sizeof values);
   EXPECT_EQ(values[0], 16384);
   EXPECT_EQ(values[1], -32768);
-  const auto* stream = CMAudioFormatDescriptionGetStreamBasicDescription(CMSampleBufferGetFormatDescription(sample));
-  ASSERT_TRUE(stream);
-  EXPECT_EQ(stream->mBitsPerChannel, 16u);
-  EXPECT_EQ(stream->mFormatFlags & kAudioFormatFlagIsFloat, 0u);
 }
 
 TEST_F(AudioMixerTest, AFileThatCannotBeOpenedIsNamed) {
@@ -289,10 +270,10 @@ TEST_F(AudioMixerTest, ACancelledMixerGivesNothing) {
 TEST_F(AudioMixerTest, FewDecodersServeManyCutsAndTracks) {
   std::vector<std::shared_ptr<FakeFile>> files;
   for (int i = 0; i < 20; ++i) files.push_back(FakeFile::audio("clip", 44100, identity));
-  for (int track = 0; track < 2; ++track) {
+  for (const int track : {0, 1}) {
     std::vector<MediaSegment> segments;
     for (int i = 0; i < 100; ++i) {
-      segments.push_back(segment(files[static_cast<size_t>((i * (track + 3)) % 20)], seconds(i, 5), seconds(1, 5), seconds(i)));
+      segments.push_back(segment(files[static_cast<size_t>(i * (track + 3) % 20)], seconds(i, 5), seconds(1, 5), seconds(i)));
     }
     add(segments);
   }

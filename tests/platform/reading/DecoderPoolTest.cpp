@@ -48,14 +48,6 @@ TEST_F(DecoderPoolTest, NeverClosesWhatAnotherTrackIsReading) {
   }
 }
 
-TEST_F(DecoderPoolTest, TwoTracksThatTakeTurnsFindTheirDecodersAgain) {
-  for (int round = 0; round < 30; ++round) {
-    pool.beginRound();
-    acquire(round % 2, round % 2);
-  }
-  EXPECT_EQ(log->opened, 2);
-}
-
 TEST_F(DecoderPoolTest, KeepsSomeDecodersOfSoundForFilesThatComeBack) {
   AudioDecoderPool sound{testing::fakeAudioOpener(log)};
   const auto tone = [](int64_t, int) { return 0.0f; };
@@ -68,26 +60,21 @@ TEST_F(DecoderPoolTest, KeepsSomeDecodersOfSoundForFilesThatComeBack) {
   EXPECT_EQ(log->opened, 3);
 }
 
-TEST_F(DecoderPoolTest, TwoTracksOfOneFileHaveADecoderEach) {
-  VideoDecoder *first = nullptr, *second = nullptr;
-  for (int round = 0; round < 10; ++round) {
+TEST_F(DecoderPoolTest, TracksThatTakeTurnsFindTheirOwnDecodersAgainAlsoOfOneFile) {
+  VideoDecoder* decoders[2] = {};
+  for (int round = 0; round < 30; ++round) {
     pool.beginRound();
-    VideoDecoder* a = acquire(0, 0);
-    VideoDecoder* b = acquire(1, 0);
-    ASSERT_NE(a, b);
-    ASSERT_TRUE(round == 0 || (a == first && b == second)) << round;
-    first = a;
-    second = b;
+    VideoDecoder*& own = decoders[round % 2];
+    VideoDecoder* given = acquire(round % 2, 0);
+    ASSERT_TRUE(round < 2 || given == own) << round;
+    own = given;
   }
+  EXPECT_NE(decoders[0], decoders[1]);
   EXPECT_EQ(log->opened, 2);
-}
-
-TEST_F(DecoderPoolTest, AnotherTrackTakesOverWhatNobodyUsesAnyMore) {
-  pool.beginRound();
-  VideoDecoder* decoder = acquire(0, 0);
   pool.beginRound();
   pool.beginRound();
-  EXPECT_EQ(acquire(1, 0), decoder);
+  acquire(2, 0);
+  EXPECT_EQ(log->opened, 2) << "another track takes over what nobody uses any more";
 }
 
 TEST_F(DecoderPoolTest, GivesNothingAfterACancellation) {
