@@ -53,19 +53,6 @@ TEST(PicturePool, ReusesMemoryOnceNobodyHoldsIt) {
   EXPECT_FALSE(blocks.contains(pool.make(1920, 1080, kLimited709, false)->y.data));
 }
 
-TEST(PicturePool, KeepsABoundedNumberOfFreeBlocks) {
-  PicturePool pool(2);
-  std::set<const uint8_t*> first;
-  {
-    std::vector<std::shared_ptr<MutablePicture>> pictures;
-    for (int i = 0; i < 5; ++i) pictures.push_back(pool.make(64, 64, kLimited709, false));
-    for (const auto& picture : pictures) first.insert(picture->y.data);
-    EXPECT_EQ(first.size(), 5u);
-  }
-  const auto kept = pool.make(64, 64, kLimited709, false);
-  EXPECT_TRUE(first.contains(kept->y.data));
-}
-
 TEST(PicturePool, MayGoBeforeItsPictures) {
   std::optional<PicturePool> pool(std::in_place);
   const auto picture = pool->make(320, 180, kLimited709, true);
