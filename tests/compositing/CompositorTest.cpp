@@ -90,35 +90,26 @@ TEST_F(Compositor, FailsRequestsWithoutADelegate) {
   EXPECT_EQ(foreign->ending, "error") << "an instruction of another kind";
 }
 
-TEST_F(Compositor, CancelsWhatIsQueuedAndServesWhatComesAfter) {
-  const auto drawer = std::make_shared<Drawer>();
-  instruction->setDelegate(drawer);
-  const auto gate = dispatch_semaphore_create(0);
-  dispatch_async(compositor->renderingQueue(), [gate] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
-  const auto queued = start();
-  compositor->cancelAllPendingVideoCompositionRequests();
-  EXPECT_TRUE(compositor->shouldCancelAllRequests());
-  const auto later = start();
-  dispatch_semaphore_signal(gate);
-  drain();
-  EXPECT_EQ(queued->ending, "cancelled");
-  EXPECT_EQ(later->ending, "frame");
-  EXPECT_FALSE(compositor->shouldCancelAllRequests());
-  EXPECT_EQ(drawer->pipelines.size(), 1u);
-}
-
-TEST_F(Compositor, ServesWhatIsQueuedAlsoWhenItIsGone) {
-  const auto drawer = std::make_shared<Drawer>();
-  instruction->setDelegate(drawer);
-  const auto queue = compositor->renderingQueue();
-  const auto gate = dispatch_semaphore_create(0);
-  dispatch_async(queue, [gate] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
-  const auto request = start();
-  compositor->cancelAllPendingVideoCompositionRequests();
-  compositor.reset();
-  dispatch_semaphore_signal(gate);
-  dispatch_sync(queue, [] {});
-  EXPECT_EQ(request->ending, "frame");
+TEST_F(Compositor, CancelsWhatIsQueuedAndServesWhatComesAfterOrWhatItLeavesBehind) {
+  for (const bool released : {false, true}) {
+    compositor = LUMAVComposition::init();
+    const auto drawer = std::make_shared<Drawer>();
+    instruction->setDelegate(drawer);
+    const auto queue = compositor->renderingQueue();
+    const auto gate = dispatch_semaphore_create(0);
+    dispatch_async(queue, [gate] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
+    const auto queued = start();
+    compositor->cancelAllPendingVideoCompositionRequests();
+    EXPECT_TRUE(compositor->shouldCancelAllRequests());
+    const auto later = start();
+    if (released) compositor.reset();
+    dispatch_semaphore_signal(gate);
+    dispatch_sync(queue, [] {});
+    EXPECT_EQ(queued->ending, released ? "frame" : "cancelled");
+    EXPECT_EQ(later->ending, "frame");
+    EXPECT_EQ(drawer->pipelines.size(), released ? 2u : 1u);
+    EXPECT_FALSE(compositor && compositor->shouldCancelAllRequests());
+  }
 }
 
 TEST_F(Compositor, AsksForTheFormatOfTheSettings) {

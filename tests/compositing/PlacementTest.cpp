@@ -49,12 +49,16 @@ TEST(Placement, IsThatOfThePlainLoopOnRandomTimelines) {
   const auto seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
-  std::uniform_int_distribution<int> count(1, 60), start(0, 900), length(0, 200), oneIn(0, 9);
-  for (int round = 0; round < 100; ++round) {
+  std::uniform_int_distribution<int> count(1, 120), start(0, 200), length(0, 30), oneIn(0, 9);
+  for (int round = 0; round < 200; ++round) {
     Tracks tracks;
-    for (int i = count(random); i > 0; --i) {
-      tracks.push_back(trackAt(tracks.size(), CMTimeMake(start(random), 60), CMTimeMake(length(random), 60)));
-      if (oneIn(random) == 0) tracks.back()->setLeftTrimOffset(CMTimeMake(start(random), 60));  // may trim away more than there is
+    for (int i = count(random); i > 0; --i) {  // on a grid, so that they often touch
+      tracks.push_back(trackAt(tracks.size(), CMTimeMake(start(random), 10), CMTimeMake(length(random), 10)));
+      if (oneIn(random) == 0) tracks.back()->setLeftTrimOffset(CMTimeMake(start(random), 10));  // may trim away more than there is
+      if (oneIn(random) == 0 && round % 2 == 1) {
+        const CMTime odd[] = {kCMTimeInvalid, kCMTimePositiveInfinity, kCMTimeNegativeInfinity};
+        oneIn(random) % 2 ? tracks.back()->setStart(odd[i % 3]) : tracks.back()->updateAssetDuration(odd[i % 3]);
+      }
     }
     Tracks sorted = tracks;
     std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {

@@ -55,27 +55,20 @@ TEST(Speed, everyRoundingIsTheStatedOne) {
     float speed;
   } const table[] = {
       {0, 100, 0, 10.0f},
-      {0, 100, 50, 1.0f},
       {0, 100, 100, 0.2f},
       {0, 100, 0x1.25365b68caaa2p+4, 0x1.acccccp+2f},
       {0, 100, -0x1.02540059f3768p+1, 0x1.4b851ep+3f},
-      {0, 100, 0x1.583795bf66c80p+6, 0x1.ae147ap-2f},
       {12.5, 333.3, 0x1.0769f42ca288ep+6, 0x1.c0a3d8p+2f},
-      {12.5, 333.3, 0x1.5176055898020p+8, 0x1.70a3d8p-3f},
       {-7.7, 90.1, -0x1.d36030377bfaep+2, 0x1.3dc29p+3f},
-      {-7.7, 90.1, 0x1.acfb728bd669ep+5, 0x1.99999ap-1f},
       {0, 100, 0x1.04p+4, 0x1.c51eb8p+2f},
       {0, 100, 0x1.4271c6p+5, 0x1.6p+1f},
-      {0, 100, 0x1.8ae38ep+5, 0x1.1eb852p+0f},
       {0, 100, 0x1.4c71c6p+2, 0x1.21eb86p+3f},
-      {12.5, 333.3, 0x1.98ae5p+5, 0x1.f51eb8p+2f},
       {12.5, 333.3, 0x1.a2eb84p+6, 0x1.347ae2p+2f},
       {12.5, 333.3, 0x1.448f5cp+5, 0x1.0d70a4p+3f},
       {12.5, 333.3, 0x1.04133ap+7, 0x1.b33334p+1f},
       {-7.7, 90.1, 0x1.2ef148p+6, 0x1.b851ecp-2f},
       {-7.7, 90.1, 0x1.846714p+4, 0x1.070a3ep+2f},
       {-7.7, 90.1, 0x1.2ede36p+5, 0x1.9eb852p+0f},
-      {-7.7, 90.1, 0x1.309b4ep+5, 0x1.947ae2p+0f},
   };
   for (const auto& row : table) {
     const auto context = LUMScaleContext::initWithBox(CGRectMake(0, row.top, 1, row.bottom - row.top), {}, {}, {});
@@ -222,18 +215,6 @@ TEST(ScaleContext, degenerateInputEndsAtOnce) {
   const CMTime farAway = CMTimeMake(int64_t{1} << 62, 1);
   EXPECT_LE(curve({{0, 1}, {1, 1}}, {farAway, kCMTimeZero})->generateTimesForTrack(trackOf(CMTimeAdd(farAway, seconds(60)))).size(),
             600u);
-}
-
-TEST(ScaleContext, impossibleSpeedsShowInTheDurations) {
-  const auto track = trackOf(seconds(10));
-  EXPECT_TRUE(CMTIME_IS_INVALID(LUMScaleContext::initWithLinearSpeed(0)->generateTimesForTrack(track)[0].duration()));
-  EXPECT_EQ(CMTimeCompare(LUMScaleContext::initWithLinearSpeed(INFINITY)->generateTimesForTrack(track)[0].duration(), kCMTimeZero),
-            0);
-  const auto stopped = curve({{0, 0}, {1, 0}})->generateTimesForTrack(track);
-  ASSERT_EQ(stopped.size(), 100u);
-  EXPECT_TRUE(CMTIME_IS_INVALID(stopped.back().duration()));
-  const auto backwards = curve({{0, -0.5}, {1, -0.5}})->generateTimesForTrack(track);
-  EXPECT_NEAR(totalSeconds(backwards), -20, 1e-3);
 }
 
 TEST(ScaleContext, offsetsThatAreNoNumbersBecomeZero) {
