@@ -24,12 +24,12 @@ struct PlacedLayer {
 
 bool hides(const PlacedLayer& layer, int width, int height) {
   if (layer.picture->hasAlpha() || layer.placement.opacity != kOpaque) return false;
-  return layer.placement.coverage(*layer.picture, false).fills({0, 0, width, height});
+  return layer.placement.coverage(false).fills({0, 0, width, height});
 }
 
 bool coversAll(const PlacedLayer& layer, const Picture& output) {
-  return layer.placement.coverage(*layer.picture, false).fills({0, 0, output.width, output.height}) &&
-         layer.placement.coverage(*layer.picture, true).fills({0, 0, output.chromaWidth(), output.chromaHeight()});
+  return layer.placement.coverage(false).fills({0, 0, output.width, output.height}) &&
+         layer.placement.coverage(true).fills({0, 0, output.chromaWidth(), output.chromaHeight()});
 }
 
 /// The layers that can be seen, from the bottom, and whether the lowest of them fills the output.
@@ -39,7 +39,7 @@ std::pair<std::vector<PlacedLayer>, bool> visibleLayers(const std::vector<Pictur
   for (const PictureLayer& layer : layers) {
     PlacedLayer placed{layer.picture, LayerPlacement::of(layer)};
     if (placed.placement.opacity == 0) continue;
-    if (placed.placement.coverage(*placed.picture, false).bounds({0, 0, width, height}).isEmpty()) continue;
+    if (placed.placement.coverage(false).bounds({0, 0, width, height}).isEmpty()) continue;
     if (hides(placed, width, height)) {
       visible.clear();
       filled = true;
@@ -93,8 +93,8 @@ void fillBlack(MutablePicture& picture, const std::array<SampleRect, 2>& except)
 /// The samples of the output that the layer covers entirely, as far as that is a rectangle.
 std::array<SampleRect, 2> opaqueRects(const PlacedLayer& layer, const MutablePicture& output) {
   if (layer.picture->hasAlpha() || layer.placement.opacity != kOpaque) return {};
-  return {layer.placement.coverage(*layer.picture, false).solid({0, 0, output.width, output.height}),
-          layer.placement.coverage(*layer.picture, true).solid({0, 0, output.chromaWidth(), output.chromaHeight()})};
+  return {layer.placement.coverage(false).solid({0, 0, output.width, output.height}),
+          layer.placement.coverage(true).solid({0, 0, output.chromaWidth(), output.chromaHeight()})};
 }
 
 /// Paints the visible layers; if `filled`, the lowest one fills the output.
@@ -121,17 +121,19 @@ struct RememberedLayer {
   CGSize displaySize;
   CGAffineTransform transform;
   double opacity;
+  std::optional<CGRect> clip;
 
   explicit RememberedLayer(const PictureLayer& layer)
       : picture(layer.picture),
         address(layer.picture.get()),
         displaySize(layer.displaySize),
         transform(layer.transform),
-        opacity(layer.opacity) {}
+        opacity(layer.opacity),
+        clip(layer.clip) {}
 
   bool isSame(const PictureLayer& layer) const {
     return address == layer.picture.get() && !picture.owner_before(layer.picture) && !layer.picture.owner_before(picture) &&
-           displaySize == layer.displaySize && transform == layer.transform && opacity == layer.opacity;
+           displaySize == layer.displaySize && transform == layer.transform && opacity == layer.opacity && clip == layer.clip;
   }
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "vidloom/platform/coregraphics/CGGeometry.h"
@@ -13,11 +14,13 @@ class PicturePool;
 
 /// A picture and where it goes. `displaySize` is the picture's size with its pixel aspect applied; `transform` maps coordinates of
 /// that size (origin at the top left, y down) to pixels of the output. `opacity` is 0..1 and multiplies the picture's own alpha.
+/// Of a picture with a `clip`, in the same coordinates, only that rectangle is shown; it is not empty.
 struct PictureLayer {
   PictureRef picture;
   CGSize displaySize;
   CGAffineTransform transform = CGAffineTransformIdentity;
   double opacity = 1;
+  std::optional<CGRect> clip = std::nullopt;
 };
 
 /// Composes layers over black. The result depends on nothing but the layers, the size and the colour. Safe to use from any

@@ -47,7 +47,8 @@ bool LayerPainter::paint(const PictureRef& picture, const LayerPlacement& placem
                   placement.map,
                   placement.orientation,
                   placement.opacity,
-                  {placement.coverage(*picture, false), placement.coverage(*picture, true)},
+                  placement.isClipped,
+                  {placement.coverage(false), placement.coverage(true)},
                   {}};
   drawing.coverage[1].setHalfSamples(output_.width % 2 ? output_.width / 2 : -1, output_.height % 2 ? output_.height / 2 : -1);
   drawing.bounds = std::array{drawing.coverage[0].bounds(wholeOf(planeOf(output_, 0).view())),
@@ -81,8 +82,9 @@ bool LayerPainter::paintWithAlpha(Drawing drawing, bool straight) {
   if (straight && !drawing.orientation.isUpright() && !turn(drawing)) return false;
   const CGAffineTransform& map = drawing.map;
   const bool stays = map.a == 1 && map.d == 1 && map.b == 0 && map.c == 0 && isEven(map.tx) && isEven(map.ty);
-  return stays && drawing.picture->width % 2 == 0 && drawing.picture->height % 2 == 0 ? drawStraight(drawing)
-                                                                                      : drawPremultiplied(drawing);
+  return stays && !drawing.isClipped && drawing.picture->width % 2 == 0 && drawing.picture->height % 2 == 0
+             ? drawStraight(drawing)
+             : drawPremultiplied(drawing);
 }
 
 /// A turn that moves samples one by one goes straight to the output, if nothing has to be blended; else false.

@@ -29,6 +29,7 @@ class LayerPainter {
     CGAffineTransform map;
     Orientation orientation;
     int opacity;
+    bool isClipped;
     std::array<LayerCoverage, 2> coverage;
     std::array<SampleRect, 2> bounds;
   };

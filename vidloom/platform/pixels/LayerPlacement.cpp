@@ -41,6 +41,13 @@ LayerPlacement LayerPlacement::of(const PictureLayer& layer) {
   CGAffineTransform& map = placement.map;
   map = CGAffineTransformConcat(toDisplay, layer.transform);
   if (!isUsable(map, width, height)) return placement;
+  placement.shown = CGRectMake(0, 0, width, height);
+  if (layer.clip) {
+    placement.isClipped = true;
+    const CGRect& clip = *layer.clip;
+    placement.shown = CGRectMake(clip.origin.x / toDisplay.a, clip.origin.y / toDisplay.d, clip.size.width / toDisplay.a,
+                                 clip.size.height / toDisplay.d);
+  }
   placement.opacity = static_cast<int>(std::lround(256 * std::min(layer.opacity, 1.0)));
   if (std::abs(map.b) * width < kSnapDistance && std::abs(map.c) * height < kSnapDistance) {
     map.b = map.c = 0;
@@ -62,9 +69,10 @@ LayerPlacement LayerPlacement::of(const PictureLayer& layer) {
   return placement;
 }
 
-LayerCoverage LayerPlacement::coverage(const Picture& picture, bool chroma) const {
-  const CGSize size = CGSizeMake(picture.width, picture.height);
-  return chroma ? LayerCoverage(CGSizeMake(size.width / 2, size.height / 2), chromaMap(map)) : LayerCoverage(size, map);
+LayerCoverage LayerPlacement::coverage(bool chroma) const {
+  const CGSize& size = shown.size;
+  const CGAffineTransform moved = CGAffineTransformConcat(CGAffineTransformMake(1, 0, 0, 1, shown.origin.x, shown.origin.y), map);
+  return chroma ? LayerCoverage(CGSizeMake(size.width / 2, size.height / 2), chromaMap(moved)) : LayerCoverage(size, moved);
 }
 
 bool LayerPlacement::isTranslation() const {

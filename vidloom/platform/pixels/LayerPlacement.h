@@ -16,11 +16,13 @@ struct LayerPlacement {
   bool isStraight = false;  ///< edges run along rows and columns; then `orientation` says how they were turned
   Orientation orientation;
   int opacity = 0;  ///< 1..256; 0: the layer is not drawn
+  CGRect shown;     ///< of the picture's samples
+  bool isClipped = false;
 
   static LayerPlacement of(const PictureLayer& layer);
 
-  /// Coverage of the output's luma or chroma samples by the layer's picture.
-  LayerCoverage coverage(const Picture& picture, bool chroma) const;
+  /// Coverage of the output's luma or chroma samples by what is shown of the layer's picture.
+  LayerCoverage coverage(bool chroma) const;
   /// Samples are copied one by one, only moved by whole ones.
   bool isTranslation() const;
 };
