@@ -2,6 +2,7 @@
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavfilter libavutil libswscale libswresample)
 pkg_check_modules(HIGHWAY REQUIRED IMPORTED_TARGET libhwy)
+pkg_check_modules(PANGO REQUIRED IMPORTED_TARGET pangocairo pangofc fontconfig)
 find_library(YUV_LIBRARY yuv REQUIRED)
 find_path(YUV_INCLUDE_DIR libyuv.h REQUIRED)
 find_package(Threads REQUIRED)
