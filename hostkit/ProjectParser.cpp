@@ -9,6 +9,7 @@ namespace {
 
 constexpr uint64_t kFormatVersion = 1;
 constexpr double kMaxSide = 8192;
+constexpr double kRounding = 1e-9;
 
 /// Whether `path` lies in `folder` or below it; both absolute and free of links.
 bool isInside(const std::filesystem::path& path, const std::filesystem::path& folder) {
@@ -18,12 +19,14 @@ bool isInside(const std::filesystem::path& path, const std::filesystem::path& fo
 }  // namespace
 
 const ProjectParser::TrackKey ProjectParser::kTrackKeys[] = {
-    {"id", &ProjectParser::readNothing},        {"type", &ProjectParser::readNothing},
-    {"source", &ProjectParser::readSource},     {"start", &ProjectParser::readStart},
-    {"leftTrim", &ProjectParser::readLeftTrim}, {"rightTrim", &ProjectParser::readRightTrim},
-    {"fit", &ProjectParser::readFit},           {"transform", &ProjectParser::readTransform},
-    {"mute", &ProjectParser::readMute},         {"crop", nullptr},
-    {"speed", &ProjectParser::readSpeed},
+    {"id", "mit", &ProjectParser::readNothing},      {"type", "mit", &ProjectParser::readNothing},
+    {"source", "mi", &ProjectParser::readSource},    {"start", "mit", &ProjectParser::readStart},
+    {"leftTrim", "m", &ProjectParser::readLeftTrim}, {"rightTrim", "m", &ProjectParser::readRightTrim},
+    {"fit", "mi", &ProjectParser::readFit},          {"transform", "mi", &ProjectParser::readTransform},
+    {"mute", "m", &ProjectParser::readMute},         {"crop", "mi", &ProjectParser::readCrop},
+    {"speed", "m", &ProjectParser::readSpeed},       {"duration", "it", &ProjectParser::readDuration},
+    {"text", "t", &ProjectParser::readText},         {"font", "t", &ProjectParser::readFont},
+    {"color", "t", &ProjectParser::readColor},       {"position", "t", &ProjectParser::readPosition},
 };
 
 ProjectParser::ProjectParser(const std::filesystem::path& file, const ProjectOptions& options, ProjectProblems& problems)
@@ -96,35 +99,49 @@ ProjectTrack ProjectParser::readTrack(const ProjectJsonNode& node) {
   track.pointer = node.pointer;
   if (!reader_.isObject(node)) return track;
   readId(node, track.id, trackIds_, "track");
-  if (!isMedia(node)) return track;
-  for (const auto& [key, value] : node.value->items()) {
-    const auto* const known =
-        std::find_if(std::begin(kTrackKeys), std::end(kTrackKeys), [&](const TrackKey& k) { return key == k.name; });
-    const ProjectJsonNode member{&value, jsonPointerTo(node.pointer, key)};
-    if (known == std::end(kTrackKeys)) {
-      reader_.note(member.pointer, "\"" + key + "\" is no key of a media track");
-    } else if (known->read == nullptr) {
-      reader_.note(member.pointer, "\"" + key + "\" is not supported by native composition");
-    } else {
-      (this->*known->read)(member, track);
-    }
-  }
-  reader_.required(node, "source");
-  if (node.member("fit") && node.member("transform")) {
-    reader_.note(node.pointer, "\"fit\" and \"transform\" cannot both be given");
-  }
+  const auto type = readType(node);
+  if (!type) return track;
+  track.type = *type;
+  for (const auto& [key, value] : node.value->items()) readTrackKey({&value, jsonPointerTo(node.pointer, key)}, key, track);
+  requireTrackKeys(node, track);
   return track;
 }
 
-bool ProjectParser::isMedia(const ProjectJsonNode& node) {
+void ProjectParser::readTrackKey(const ProjectJsonNode& node, const std::string& key, ProjectTrack& track) {
+  constexpr const char* kKinds[] = {"a media track", "an image track", "a text track"};
+  const auto type = static_cast<size_t>(track.type);
+  const auto* const known =
+      std::find_if(std::begin(kTrackKeys), std::end(kTrackKeys), [&](const TrackKey& k) { return key == k.name; });
+  if (known == std::end(kTrackKeys) || std::string(known->types).find("mit"[type]) == std::string::npos) {
+    reader_.note(node.pointer, "\"" + key + "\" is no key of " + kKinds[type]);
+  } else {
+    (this->*known->read)(node, track);
+  }
+}
+
+void ProjectParser::requireTrackKeys(const ProjectJsonNode& node, const ProjectTrack& track) {
+  reader_.required(node, track.type == ProjectTrackType::text ? "text" : "source");
+  if (track.type != ProjectTrackType::media) reader_.required(node, "duration");
+  if (node.member("fit") && node.member("transform")) {
+    reader_.note(node.pointer, "\"fit\" and \"transform\" cannot both be given");
+  }
+}
+
+std::optional<ProjectTrackType> ProjectParser::readType(const ProjectJsonNode& node) {
   const ProjectJsonNode type = node.member("type");
-  if (!type) return true;
+  if (!type) return ProjectTrackType::media;
   constexpr const char* kTypes[] = {"media", "image", "text"};
   const auto choice = reader_.choice(type, {kTypes[0], kTypes[1], kTypes[2]});
-  if (choice && *choice > 0) {
-    reader_.note(type.pointer, std::string("\"type\": \"") + kTypes[*choice] + "\" is not supported by native composition");
+  if (!choice) return std::nullopt;
+  if (options_.native && *choice > 0) {
+    refuseNatively(type, std::string("\"type\": \"") + kTypes[*choice] + "\"");
+    return std::nullopt;
   }
-  return choice == 0U;
+  return static_cast<ProjectTrackType>(*choice);
+}
+
+void ProjectParser::refuseNatively(const ProjectJsonNode& value, const std::string& what) {
+  reader_.note(value.pointer, what + " is not supported by native composition");
 }
 
 void ProjectParser::readId(const ProjectJsonNode& owner, uint64_t& id, std::set<uint64_t>& used, const std::string& what) {
@@ -177,6 +194,62 @@ void ProjectParser::readSpeed(const ProjectJsonNode& value, ProjectTrack& track)
 
 void ProjectParser::readMute(const ProjectJsonNode& value, ProjectTrack& track) {
   track.mute = reader_.boolean(value).value_or(false);
+}
+
+void ProjectParser::readCrop(const ProjectJsonNode& value, ProjectTrack& track) {
+  if (options_.native) return refuseNatively(value, "\"crop\"");
+  if (!reader_.isObject(value)) return;
+  reader_.refuseOtherKeys(value, "a crop", {"percent", "absolute"});
+  const ProjectJsonNode percent = value.member("percent"), absolute = value.member("absolute");
+  if (static_cast<bool>(percent) == static_cast<bool>(absolute)) {
+    return reader_.note(value.pointer, "needs either \"percent\" or \"absolute\"");
+  }
+  const ProjectJsonNode& given = percent ? percent : absolute;
+  const auto n = reader_.numbers(given, 4);
+  if (!n) return;
+  const CGRect rect = CGRectMake((*n)[0], (*n)[1], (*n)[2], (*n)[3]);
+  if (rect.origin.x < 0 || rect.origin.y < 0 || !(rect.size.width > 0) || !(rect.size.height > 0)) {
+    return reader_.note(given.pointer, "must be [x, y, width, height] with x and y from 0 and a size above 0");
+  }
+  if (percent && (CGRectGetMaxX(rect) > 1 + kRounding || CGRectGetMaxY(rect) > 1 + kRounding)) {
+    return reader_.note(given.pointer, "reaches beyond the picture: \"percent\" counts in fractions from 0 to 1");
+  }
+  track.crop = ProjectCrop{static_cast<bool>(percent), rect};
+}
+
+void ProjectParser::readDuration(const ProjectJsonNode& value, ProjectTrack& track) {
+  const auto duration = reader_.time(value);
+  if (!duration) return;
+  track.duration = *duration;
+  if (CMTimeCompare(*duration, kCMTimeZero) == 0) reader_.note(value.pointer, "must be longer than 0");
+}
+
+void ProjectParser::readText(const ProjectJsonNode& value, ProjectTrack& track) {
+  track.text = reader_.string(value).value_or("");
+  const bool isBlank = track.text.find_first_not_of(" \t\r\n") == std::string::npos;
+  if (value.value->is_string() && (isBlank || track.text.find('\0') != std::string::npos)) {
+    reader_.note(value.pointer, "must be a text with something to see, without NUL characters");
+  }
+}
+
+void ProjectParser::readFont(const ProjectJsonNode& value, ProjectTrack& track) {
+  track.font = reader_.string(value).value_or("");
+  if (track.font.empty() && value.value->is_string())
+    reader_.note(value.pointer, "must be family, style and size: \"Sans Bold 64\"");
+}
+
+void ProjectParser::readColor(const ProjectJsonNode& value, ProjectTrack& track) {
+  const auto text = reader_.string(value);
+  if (!text) return;
+  const bool isHex = (text->size() == 7 || text->size() == 9) && text->front() == '#' &&
+                     text->find_first_not_of("0123456789abcdefABCDEF", 1) == std::string::npos;
+  if (!isHex) return reader_.note(value.pointer, "must be a colour \"#rrggbb\" or \"#rrggbbaa\"");
+  const auto number = static_cast<uint32_t>(std::stoul(text->substr(1), nullptr, 16));
+  track.colorRGBA = text->size() == 7 ? number << 8 | 0xff : number;
+}
+
+void ProjectParser::readPosition(const ProjectJsonNode& value, ProjectTrack& track) {
+  if (const auto n = reader_.numbers(value, 2)) track.position = CGPointMake((*n)[0], (*n)[1]);
 }
 
 }  // namespace vidloom

@@ -18,9 +18,9 @@ class ProjectParser {
 
  private:
   using TrackReader = void (ProjectParser::*)(const ProjectJsonNode& value, ProjectTrack& track);
-  /// A key of a media track. Keys without a reader are known, but nothing can be done with them yet.
   struct TrackKey {
     const char* name;
+    const char* types;  ///< of tracks that have it: m(edia), i(mage), t(ext)
     TrackReader read;
   };
   static const TrackKey kTrackKeys[];
@@ -29,8 +29,11 @@ class ProjectParser {
   void readRenderSize(const ProjectJsonNode& value);
   ProjectInstruction readInstruction(const ProjectJsonNode& node);
   ProjectTrack readTrack(const ProjectJsonNode& node);
-  /// False, with a note, for tracks that are no media.
-  bool isMedia(const ProjectJsonNode& node);
+  /// Nullopt, with a note, for a type that is not known or cannot be honoured.
+  std::optional<ProjectTrackType> readType(const ProjectJsonNode& node);
+  void readTrackKey(const ProjectJsonNode& node, const std::string& key, ProjectTrack& track);
+  void requireTrackKeys(const ProjectJsonNode& node, const ProjectTrack& track);
+  void refuseNatively(const ProjectJsonNode& value, const std::string& what);
   void readId(const ProjectJsonNode& owner, uint64_t& id, std::set<uint64_t>& used, const std::string& what);
   void readTime(const ProjectJsonNode& value, CMTime& time);
 
@@ -43,6 +46,12 @@ class ProjectParser {
   void readTransform(const ProjectJsonNode& value, ProjectTrack& track);
   void readSpeed(const ProjectJsonNode& value, ProjectTrack& track);
   void readMute(const ProjectJsonNode& value, ProjectTrack& track);
+  void readCrop(const ProjectJsonNode& value, ProjectTrack& track);
+  void readDuration(const ProjectJsonNode& value, ProjectTrack& track);
+  void readText(const ProjectJsonNode& value, ProjectTrack& track);
+  void readFont(const ProjectJsonNode& value, ProjectTrack& track);
+  void readColor(const ProjectJsonNode& value, ProjectTrack& track);
+  void readPosition(const ProjectJsonNode& value, ProjectTrack& track);
 
   ProjectOptions options_;
   ProjectJsonReader reader_;

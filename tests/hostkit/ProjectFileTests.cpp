@@ -107,13 +107,19 @@ TEST_F(ProjectFileTest, NotesWhatIsWrongWithATrackAndWhere) {
       {R"("transform":[1,0,0,1,0,"0"])", at + "/transform: must be an array of 6 numbers"},
       {R"("mute":0)", at + "/mute: must be true or false, not number"},
       {R"("type":"sound")", at + "/type: \"sound\" is none of \"media\", \"image\", \"text\""},
-      {R"("type":"image")", at + "/type: \"type\": \"image\" is not supported by native composition"},
-      {R"("type":"text")", at + "/type: \"type\": \"text\" is not supported by native composition"},
-      {R"("crop":{"percent":[0,0,1,1]})", at + "/crop: \"crop\" is not supported by native composition"},
       {R"("speed":"2")", at + "/speed: must be a number or a curve, not string"},
       {R"("duration":3)", at + "/duration: \"duration\" is no key of a media track"},
       {R"("a/b~c":3)", at + "/a~1b~0c: \"a/b~c\" is no key of a media track"},
+      {R"("text":"a")", at + "/text: \"text\" is no key of a media track"},
       {R"("mute":true,"mute":false)", at + "/mute: the key \"mute\" stands here twice"},
+      {R"("crop":[0,0,1,1])", at + "/crop: must be an object, not array"},
+      {R"("crop":{})", at + "/crop: needs either \"percent\" or \"absolute\""},
+      {R"("crop":{"percent":[0,0,1,1],"absolute":[0,0,9,9]})", at + "/crop: needs either \"percent\" or \"absolute\""},
+      {R"("crop":{"absolute":[0,0,9,9],"angle":90})", at + "/crop/angle: \"angle\" is no key of a crop"},
+      {R"("crop":{"percent":[0.5,0,0.6,1]})",
+       at + "/crop/percent: reaches beyond the picture: \"percent\" counts in fractions from 0 to 1"},
+      {R"("crop":{"absolute":[0,0,0,9]})",
+       at + "/crop/absolute: must be [x, y, width, height] with x and y from 0 and a size above 0"},
   };
   for (const Row& row : rows) EXPECT_THAT(problemsOf(withTrack(row.members)), testing::ElementsAre(row.problem)) << row.members;
 }
@@ -168,6 +174,62 @@ TEST_F(ProjectFileTest, NotesWhatIsWrongWithASpeedCurve) {
   for (const auto& [members, problem] : rows) {
     EXPECT_THAT(problemsOf(withTrack("\"speed\":{" + members + "}")), testing::ElementsAre(at + problem)) << members;
   }
+}
+
+TEST_F(ProjectFileTest, ReadsImagesTextsAndCrops) {
+  const auto project = read(withTracks(R"(
+      {"id":1,"source":"a.mp4","crop":{"percent":[0.25,0,0.5,1]}},
+      {"id":2,"type":"image","source":"a.mp4","start":1,"duration":"3/2","fit":"none","crop":{"absolute":[1,2,30,40]}},
+      {"id":3,"type":"text","text":"Hello","duration":2,"font":"Serif Bold 20","color":"#10aB3080","position":[4,5.5]},
+      {"id":4,"type":"text","text":"a","duration":2,"color":"#fedcba"}, {"id":5,"type":"text","text":"a","duration":2})"));
+  ASSERT_TRUE(project) << problems_.front().text();
+  const auto& tracks = project->instructions[0].tracks;
+  ASSERT_EQ(tracks.size(), 5U);
+  EXPECT_TRUE(tracks[0].crop->isPercent);
+  EXPECT_EQ(tracks[0].crop->rect, CGRectMake(0.25, 0, 0.5, 1));
+  EXPECT_EQ(tracks[1].type, ProjectTrackType::image);
+  EXPECT_EQ(exactTextFromTime(tracks[1].duration), "3/2");
+  EXPECT_FALSE(tracks[1].crop->isPercent);
+  EXPECT_EQ(tracks[1].crop->rect, CGRectMake(1, 2, 30, 40));
+  EXPECT_EQ(tracks[2].type, ProjectTrackType::text);
+  EXPECT_EQ(tracks[2].font, "Serif Bold 20");
+  EXPECT_EQ(tracks[2].colorRGBA, 0x10ab3080U);
+  EXPECT_EQ(tracks[2].position, CGPointMake(4, 5.5));
+  EXPECT_EQ(tracks[3].colorRGBA, 0xfedcbaffU);
+  EXPECT_EQ(tracks[4].colorRGBA, 0xffffffffU);
+}
+
+TEST_F(ProjectFileTest, NotesWhatIsWrongWithImagesAndTexts) {
+  const std::string at = "/instructions/0/tracks/0";
+  const std::string image = R"({"id":1,"type":"image","source":"a.mp4",)", text = R"({"id":1,"type":"text",)";
+  struct Row {
+    std::string track;
+    std::string problem;
+  };
+  const Row rows[] = {
+      {image + R"("fit":"none"})", at + ": the key \"duration\" is missing"},
+      {image + R"("duration":0})", at + "/duration: must be longer than 0"},
+      {image + R"("duration":1,"mute":true})", at + "/mute: \"mute\" is no key of an image track"},
+      {image + R"("duration":1,"font":"Sans"})", at + "/font: \"font\" is no key of an image track"},
+      {text + R"("duration":1})", at + ": the key \"text\" is missing"},
+      {text + R"("text":"a"})", at + ": the key \"duration\" is missing"},
+      {text + R"("text":" \n","duration":1})", at + "/text: must be a text with something to see, without NUL characters"},
+      {text + R"("text":"a","duration":1,"color":"red"})", at + "/color: must be a colour \"#rrggbb\" or \"#rrggbbaa\""},
+      {text + R"("text":"a","duration":1,"color":"#12345g"})", at + "/color: must be a colour \"#rrggbb\" or \"#rrggbbaa\""},
+      {text + R"("text":"a","duration":1,"position":[1]})", at + "/position: must be an array of 2 numbers"},
+      {text + R"("text":"a","duration":1,"source":"a.mp4"})", at + "/source: \"source\" is no key of a text track"},
+  };
+  for (const Row& row : rows) EXPECT_THAT(problemsOf(withTracks(row.track)), testing::ElementsAre(row.problem)) << row.track;
+}
+
+TEST_F(ProjectFileTest, SaysWhatNativeCompositionCannotHonour) {
+  const std::string tracks = R"({"id":1,"source":"a.mp4","crop":{"percent":[0,0,1,1]}},
+      {"id":2,"type":"image","source":"a.mp4","duration":1}, {"id":3,"type":"text","text":"a","duration":1})";
+  EXPECT_THAT(problemsOf(withTracks(tracks)), testing::IsEmpty());
+  EXPECT_THAT(problemsOf(withTracks(tracks), {.native = true}),
+              testing::ElementsAre("/instructions/0/tracks/0/crop: \"crop\" is not supported by native composition",
+                                   "/instructions/0/tracks/1/type: \"type\": \"image\" is not supported by native composition",
+                                   "/instructions/0/tracks/2/type: \"type\": \"text\" is not supported by native composition"));
 }
 
 TEST_F(ProjectFileTest, NotesWhatIsWrongWithTheRest) {

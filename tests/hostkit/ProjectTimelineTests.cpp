@@ -5,9 +5,11 @@
 
 #include "hostkit/ProjectMediaTrack.h"
 #include "hostkit/TimeText.h"
+#include "hostkit/TrackCrop.h"
 #include "tests/support/Fixtures.h"
 #include "vidloom/platform/avfoundation/AVAsset.h"
 #include "vidloom/timeline/LUMComposition.h"
+#include "vidloom/timeline/LUMCropData.h"
 #include "vidloom/timeline/LUMInstruction.h"
 
 namespace vidloom {
@@ -24,6 +26,8 @@ std::filesystem::path clipWithSound(int64_t soundFrames) {
   if (soundFrames > 0) spec.sound = testing::sine(440, soundFrames, 48000);
   return makeClip(spec);
 }
+
+std::vector<double> valuesOf(const CGAffineTransform& map) { return {map.a, map.b, map.c, map.d, map.tx, map.ty}; }
 
 ProjectTrack trackOf(uint64_t id, const std::filesystem::path& path) {
   ProjectTrack track;
@@ -67,6 +71,66 @@ TEST(ProjectTimeline, MakesTheTracksOfAProjectAndOpensEachFileOnce) {
   EXPECT_EQ(a->transform(), CGAffineTransformMake(2, 0, 0, 2, 0, 140)) << "contained in the square";
   EXPECT_EQ(b->transform(), *second.transform);
   EXPECT_FALSE(b->muteAudioFlag());
+}
+
+TEST(ProjectTimeline, PlacesWhatACropLeavesOfTheUprightPicture) {
+  const auto turned = testing::withMatrix(clipWithSound(0), {0, 1, -1, 0, 180, 0});  // 320 x 180 as stored
+  ProjectTrack fitted = trackOf(1, turned);
+  fitted.crop = ProjectCrop{true, CGRectMake(0, 0.5, 1, 0.25)};  // 180 x 80
+  ProjectTrack placed = trackOf(2, turned);
+  placed.crop = ProjectCrop{false, CGRectMake(10, 20, 30, 40)};
+  placed.transform = CGAffineTransformMake(0, 1, -1, 0, 180, 0);
+  ProjectProblems problems;
+  const auto timeline = timelineOfProject(projectOf({fitted, placed}), {}, problems);
+  ASSERT_NE(timeline, nullptr) << problems.front().text();
+  const auto placement = [&](uint64_t id) {
+    const auto track = timeline->getTrack(id, 1);
+    return partOfPicture(track->cropData().get(), track->aspectSize(), track->preferredTransform(), track->transform());
+  };
+  EXPECT_EQ(placement(1).part, CGRectMake(160, 0, 80, 180));
+  const double scale = 640.0 / 180;
+  EXPECT_THAT(valuesOf(placement(1).transform),
+              ::testing::Pointwise(::testing::DoubleNear(1e-9), {0.0, scale, -scale, 0.0, 640.0, 320 - 40 * scale}));
+  EXPECT_EQ(placement(2).part, CGRectMake(20, 140, 40, 30));
+  EXPECT_THAT(valuesOf(placement(2).transform), ::testing::ElementsAre(0, 1, -1, 0, 30, 0));
+
+  fitted.crop = ProjectCrop{false, CGRectMake(0, 0, 181, 10)};
+  EXPECT_EQ(timelineOfProject(projectOf({fitted}), {}, problems), nullptr);
+  ASSERT_EQ(problems.size(), 1U);
+  EXPECT_EQ(problems[0].text(),
+            "p.json:/t/1: " + fitted.source + ": the crop reaches beyond the picture, whose size is {180, 320}");
+}
+
+TEST(ProjectTimeline, MakesStillsOfImagesAndTexts) {
+  const auto file = testing::scratchFolder() / "still.png";
+  ASSERT_EQ(testing::runProgram({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "color=red:s=80x40", "-frames:v", "1", file}),
+            0);
+  ProjectTrack image = trackOf(1, file);
+  image.type = ProjectTrackType::image;
+  image.start = CMTimeMake(1, 2);
+  image.duration = CMTimeMake(3, 1);
+  ProjectTrack text = trackOf(2, {});
+  text.type = ProjectTrackType::text;
+  text.text = "Title";
+  text.position = CGPointMake(30, 40);
+  text.duration = CMTimeMake(1, 1);
+  ProjectProblems problems;
+  const auto timeline = timelineOfProject(projectOf({image, text}, CMTimeMake(2, 1)), {}, problems);
+  ASSERT_NE(timeline, nullptr) << problems.front().text();
+  const auto still = timeline->getTrack(1, 1), title = timeline->getTrack(2, 1);
+  EXPECT_EQ(textOf(still->trackGlobalTimeRange()), "5/2 +3");
+  EXPECT_EQ(still->transform(), CGAffineTransformMake(8, 0, 0, 8, 0, 160));
+  EXPECT_NE(still->staticSourceCGImageRef(), nullptr);
+  EXPECT_EQ(textOf(title->trackGlobalTimeRange()), "2 +1");
+  EXPECT_NEAR(title->transform().tx, 30, 8);
+  EXPECT_NE(title->staticSourceCGImageRef(), nullptr);
+
+  image.path = clipWithSound(0);
+  text.font = "Sans 1000000";
+  EXPECT_EQ(timelineOfProject(projectOf({image, text}), {}, problems), nullptr);
+  ASSERT_EQ(problems.size(), 2U);
+  EXPECT_THAT(problems[0].text(), ::testing::StartsWith("p.json:/t/1: still.png: "));
+  EXPECT_EQ(problems[1].text(), "p.json:/t/2: the font size of \"Sans 1000000\" is too large");
 }
 
 TEST(ProjectTimeline, NotesSourcesThatCannotBeUsed) {
