@@ -13,6 +13,7 @@ using CommandRun = std::function<ExitCode()>;
 /// `run` is set when the subcommand was chosen and its options are in order.
 void addExportCommand(CLI::App& app, CommandRun& run);
 void addProbeCommand(CLI::App& app, CommandRun& run);
+void addFrameCommand(CLI::App& app, CommandRun& run);
 void addPlacementCommand(CLI::App& app, CommandRun& run);
 void addValidateCommand(CLI::App& app, CommandRun& run);
 

@@ -51,7 +51,7 @@ void addExportCommand(CLI::App& app, CommandRun& run) {
   ExportOptions& options = arguments->options;
   command->add_option("PROJECT", options.project, "The project file")->required();
   command->add_option("OUT", options.output, "The movie to write")->required();
-  command->add_flag("--native")->description("Compose the frames natively (the default)");
+  command->add_flag("--native", options.native, "Have the frames composed by the platform: no images, texts and crops");
   command->add_option("--exporter", arguments->exporter, "The exporter to use: render")->check(CLI::IsMember({"render"}));
   command->add_option("--range", arguments->range, "START,DURATION: export this part only; seconds as N, N/D or a decimal number");
   command->add_option("--progress", arguments->progress, "bar, blocks, json or none (default: a bar on a terminal, else blocks)")

@@ -8,6 +8,7 @@
 
 #include "hostkit/ProjectFile.h"
 #include "hostkit/ProjectTimeline.h"
+#include "hostkit/TimelineDrawer.h"
 #include "tools/Console.h"
 #include "tools/ExportProgress.h"
 #include "tools/Interruption.h"
@@ -66,6 +67,7 @@ class ExportRun : public std::enable_shared_from_this<ExportRun> {
   bool hasSound_ = false;
   CMTimeRange range_;
   std::shared_ptr<LUMRender> render_;
+  std::shared_ptr<TimelineDrawer> drawer_ = TimelineDrawer::init();
   std::shared_ptr<LUMRenderDelegate> listener_ = std::make_shared<LUMRenderDelegate>();
   bool isSettingUp_ = false;
   std::optional<ExitCode> outcome_;
@@ -78,7 +80,7 @@ class ExportRun : public std::enable_shared_from_this<ExportRun> {
 ExitCode ExportRun::run() {
   if (refuseOutput()) return *outcome_;
   ProjectProblems problems;
-  auto project = ProjectFile::read(options_.project, {.allowOutside = options_.allowOutside}, problems);
+  auto project = ProjectFile::read(options_.project, {.allowOutside = options_.allowOutside, .native = options_.native}, problems);
   if (!project) {
     for (const ProjectProblem& problem : problems) Console::line(problem.text());
     return ExitCode::input;
@@ -129,6 +131,7 @@ void ExportRun::didOpen(const Opened& opened) {
   timeline_ = opened.timeline;
   bool hasPicture = false;
   for (const auto& track : timeline_->allTracks()) {
+    hasPicture |= track->isContentStatic();
     const auto media = std::dynamic_pointer_cast<LUMAVAssetTrack>(track);
     hasPicture |= media != nullptr && media->videoTrack() != nullptr;
     hasSound_ |= media != nullptr && media->audioTrack() != nullptr && !media->muteAudioFlag();
@@ -147,7 +150,9 @@ bool ExportRun::takeRange() {
 
 void ExportRun::start() {
   render_ = LUMRender::initWithComposition(timeline_, options_.output);
-  render_->setUseNativeComposition(true);
+  render_->setUseNativeComposition(options_.native);
+  drawer_->takeTimeline(timeline_);
+  render_->setAsyncDelegate(drawer_);
   render_->setVideoEncoderOptions(options_.encoder);
   if (options_.range) {
     render_->setTimeRange(range_);

@@ -32,7 +32,7 @@ std::string lineOf(const LayoutRow& row, const LayoutSegment& segment) {
 }
 
 ExitCode printPlacement(const PlacementArguments& arguments) {
-  const OpenedProject opened = openProject(arguments.project, arguments.allowOutside);
+  const OpenedProject opened = openProject(arguments.project, {.allowOutside = arguments.allowOutside});
   if (opened.timeline == nullptr) return ExitCode::input;
   const auto rows = layoutOf(opened.timeline);
   std::string lines;

@@ -23,6 +23,6 @@ struct OpenedProject {
 };
 
 /// Reads the project and opens its sources; problems go to standard error where `tellProblems`.
-OpenedProject openProject(const std::filesystem::path& path, bool allowOutside, bool tellProblems = true);
+OpenedProject openProject(const std::filesystem::path& path, const ProjectOptions& options, bool tellProblems = true);
 
 }  // namespace vidloom

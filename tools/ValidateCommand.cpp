@@ -13,6 +13,16 @@
 namespace vidloom {
 namespace {
 
+/// Whether native composition refuses the project anyway.
+bool needsDrawing(const ProjectFile& project) {
+  for (const ProjectInstruction& instruction : project.instructions) {
+    for (const ProjectTrack& track : instruction.tracks) {
+      if (track.type != ProjectTrackType::media || track.crop) return true;
+    }
+  }
+  return false;
+}
+
 std::string warningsAbout(const OpenedProject& opened) {
   std::map<uint64_t, std::string> pointers;
   for (const ProjectInstruction& instruction : opened.file->instructions) {
@@ -33,10 +43,10 @@ std::string warningsAbout(const OpenedProject& opened) {
 }
 
 ExitCode validate(const std::filesystem::path& project, bool allowOutside) {
-  const OpenedProject opened = openProject(project, allowOutside, false);
+  const OpenedProject opened = openProject(project, {.allowOutside = allowOutside}, false);
   std::string text;
   for (const ProjectProblem& problem : opened.problems) text += problem.text() + "\n";
-  if (opened.timeline != nullptr) text += warningsAbout(opened);
+  if (opened.timeline != nullptr && !needsDrawing(*opened.file)) text += warningsAbout(opened);
   if (!writeToStandardOutput(text)) return ExitCode::output;
   return opened.problems.empty() ? ExitCode::done : ExitCode::input;
 }

@@ -13,6 +13,7 @@ ExitCode runCommand(int argc, char** argv) {
   app.require_subcommand(1);
   CommandRun run;
   addExportCommand(app, run);
+  addFrameCommand(app, run);
   addProbeCommand(app, run);
   addPlacementCommand(app, run);
   addValidateCommand(app, run);

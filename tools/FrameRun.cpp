@@ -1,0 +1,132 @@
+#include "tools/FrameRun.h"
+
+#include <cerrno>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <system_error>
+
+#include "hostkit/TimeText.h"
+#include "hostkit/TimelineDrawer.h"
+#include "tools/Console.h"
+#include "tools/OutputFile.h"
+#include "tools/ProjectOpening.h"
+#include "vidloom/compositing/LUMAVComposition.h"
+#include "vidloom/compositing/LUMAVCompositionInstruction.h"
+#include "vidloom/platform/avfoundation/AVAssetReader.h"
+#include "vidloom/platform/avfoundation/AVError.h"
+#include "vidloom/platform/coregraphics/CGImage.h"
+#include "vidloom/timeline/LUMComposition.h"
+
+namespace vidloom {
+namespace {
+
+/// The last step of the grid at or before the time.
+CMTime stepAt(const CMTime& time, uint64_t fps) {
+  return CMTimeConvertScale(time, static_cast<CMTimeScale>(fps), CMTimeRoundingMethod::kRoundTowardZero);
+}
+
+std::shared_ptr<LUMAVCompositionData> build(const std::shared_ptr<LUMComposition>& timeline,
+                                            const std::shared_ptr<TimelineDrawer>& drawer, bool native) {
+  if (native) return LUMAVComposition::buildNativeCompositionData(timeline);
+  drawer->takeTimeline(timeline);
+  const auto data = LUMAVComposition::buildCompositionData(timeline);
+  for (const auto& instruction : data->videoComposition()->instructions()) {
+    if (const auto pipeline = std::dynamic_pointer_cast<LUMAVCompositionInstruction>(instruction)) pipeline->setDelegate(drawer);
+  }
+  return data;
+}
+
+/// The frame that starts at that step; null with an error.
+CVPixelBufferRef frameAt(const LUMAVCompositionData& data, const CMTime& step, std::optional<NSError>* error) {
+  const auto reader = AVAssetReader::initWithAsset(data.composition(), error);
+  if (!reader) return nullptr;
+  const NSDictionary settings{{kCVPixelBufferPixelFormatTypeKey, int64_t{kCVPixelFormatType_420YpCbCr8BiPlanarFullRange}}};
+  const auto output =
+      AVAssetReaderVideoCompositionOutput::initWithVideoTracks(data.composition()->tracksWithMediaType(AVMediaTypeVideo), settings);
+  output->setVideoComposition(data.videoComposition());
+  reader->addOutput(output);
+  reader->setTimeRange(CMTimeRangeMake(step, data.videoComposition()->frameDuration()));
+  const CMSampleBufferRef sample = reader->startReading() ? output->copyNextSampleBuffer() : nullptr;
+  if (sample) return CMSampleBufferGetImageBuffer(sample);
+  *error = reader->error().value_or(AVMakeError(AVErrorUnknown, "there is no frame at that time"));
+  return nullptr;
+}
+
+bool writePlanes(const CVPixelBufferRef& frame, std::ostream& stream) {
+  if (CVPixelBufferLockBaseAddress(frame, kCVPixelBufferLock_ReadOnly) != kCVReturnSuccess) return false;
+  for (const size_t plane : {0U, 1U}) {
+    const auto* row = static_cast<const char*>(CVPixelBufferGetBaseAddressOfPlane(frame, plane));
+    const size_t samples = plane == 0 ? 1 : 2;
+    for (size_t y = 0; y < CVPixelBufferGetHeightOfPlane(frame, plane); ++y) {
+      stream.write(row, static_cast<std::streamsize>(samples * CVPixelBufferGetWidthOfPlane(frame, plane)));
+      row += CVPixelBufferGetBytesPerRowOfPlane(frame, plane);
+    }
+  }
+  CVPixelBufferUnlockBaseAddress(frame, kCVPixelBufferLock_ReadOnly);
+  return true;
+}
+
+ExitCode write(const CVPixelBufferRef& frame, const std::filesystem::path& output) {
+  std::string cause;
+  if (output.extension() == ".png") {
+    std::optional<NSError> error;
+    if (CGImageWritePNG(CGImageCreateWithPixelBuffer(frame), output, &error)) return ExitCode::done;
+    cause = error ? textOf(*error) : "the picture cannot be written";
+  } else {
+    errno = 0;
+    std::ofstream stream(output, std::ios::binary | std::ios::trunc);
+    const bool isComplete = writePlanes(frame, stream);
+    stream.close();
+    if (isComplete && stream) return ExitCode::done;
+    cause = std::error_code(errno, std::generic_category()).message();
+    std::error_code ignored;
+    std::filesystem::remove(output, ignored);
+  }
+  Console::message(cause.find(output.filename().string()) == std::string::npos ? output.string() + ": " + cause : cause);
+  return ExitCode::output;
+}
+
+/// Why the frame may not be written there; empty where it may.
+std::string problemWithFrameFile(const FrameOptions& options, const ProjectFile& project) {
+  const std::string problem = problemWithOutput(options.output, true);
+  if (!problem.empty()) return problem;
+  if (isSameFile(options.output, options.project)) return options.output.string() + ": is the project itself";
+  for (const ProjectInstruction& instruction : project.instructions) {
+    for (const ProjectTrack& track : instruction.tracks) {
+      if (isSameFile(options.output, track.path)) {
+        return options.output.string() + ": is the source " + track.source + " of the project";
+      }
+    }
+  }
+  return "";
+}
+
+}  // namespace
+
+ExitCode runFrame(const FrameOptions& options) {
+  const OpenedProject opened = openProject(options.project, {.allowOutside = options.allowOutside, .native = options.native});
+  if (opened.timeline == nullptr) return ExitCode::input;
+  const std::string problem = problemWithFrameFile(options, *opened.file);
+  if (!problem.empty()) {
+    Console::message(problem);
+    return ExitCode::output;
+  }
+  if (CMTimeCompare(options.time, opened.timeline->duration()) >= 0) {
+    Console::message("TIME: the timeline ends at " + exactTextFromTime(opened.timeline->duration()) + " s, before or at that time");
+    return ExitCode::usage;
+  }
+  const auto drawer = TimelineDrawer::init();
+  const auto data = build(opened.timeline, drawer, options.native);
+  if (data->composition()->tracksWithMediaType(AVMediaTypeVideo).empty()) {
+    Console::message(options.project.string() + ": there is nothing to show: no track with a picture");
+    return ExitCode::input;
+  }
+  std::optional<NSError> error;
+  const CVPixelBufferRef frame = frameAt(*data, stepAt(options.time, opened.timeline->fps()), &error);
+  if (frame) return write(frame, options.output);
+  Console::message(textOf(*error));
+  return exitCodeOf(*error);
+}
+
+}  // namespace vidloom
