@@ -43,18 +43,15 @@ Rgba quadrant(int x, int y, int width, int height, uint8_t alpha) {
 std::filesystem::path makeImage(const std::string& name, int width, int height, const std::string& rgba,
                                 const std::vector<std::string>& options, int frames) {
   const std::filesystem::path path = scratchFolder() / name;
+  std::string raw;
+  for (int i = 0; i < frames; ++i) raw += rgba;
+  const std::string source = writeFile(name + ".rgba", raw).string();
   const std::string size = std::to_string(width) + "x" + std::to_string(height);
-  std::vector<std::string> command{"ffmpeg", "-v", "error", "-y", "-f", "rawvideo", "-pix_fmt", "rgba", "-s", size, "-i", "-"};
+  std::vector<std::string> command{"ffmpeg",   "-v",   "error", "-nostdin", "-y", "-f",  "rawvideo",
+                                   "-pix_fmt", "rgba", "-s",    size,       "-i", source};
   command.insert(command.end(), options.begin(), options.end());
   command.push_back(path.string());
-  int left = frames;
-  const auto feed = [&](std::string& bytes) {
-    if (left == 0) return false;
-    --left;
-    bytes += rgba;
-    return true;
-  };
-  if (runProgram(command, nullptr, feed) != 0) throw std::runtime_error("ffmpeg cannot make " + name);
+  if (runProgram(command) != 0) throw std::runtime_error("ffmpeg cannot make " + name);
   return path;
 }
 
