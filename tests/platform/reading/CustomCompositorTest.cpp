@@ -172,6 +172,7 @@ TEST_F(CustomCompositorTest, ASecondAnswerIsDroppedAndLoggedOnce) {
   });
   setup.range = {kCMTimeZero, seconds(2, 30)};
   EXPECT_EQ(serveAll(*server()).numbers, numbers(0, 2));
+  compositor->close();  // after the last answers
   EXPECT_EQ(linesWith(capture, "0.033333"), 1);
   EXPECT_EQ(linesWith(capture, "answered before"), 2);
 }

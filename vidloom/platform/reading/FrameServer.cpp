@@ -176,6 +176,7 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
 
   /// Under the lock.
   void handOver(const SlotRef& slot, std::optional<GatheredFrame> frame, const std::optional<NSError>& error) {
+    if (isEnded()) return;
     if (frame && frame->isForCompositor) {
       slot->isWithCompositor = true;
       slot->isPostProcessed = frame->isPostProcessed;
@@ -213,18 +214,19 @@ class FrameServer::State : public std::enable_shared_from_this<State> {
   /// No frame is begun or handed on any more; what is under way is dropped. False where that was so before.
   bool end(Ending how) {
     std::deque<SlotRef> dropped;
+    bool compositorIsBusy = false;
     {
       const std::lock_guard lock(mutex_);
       if (isEnded()) return false;
       *ending_ = how;
       dropped.swap(slots_);
+      compositorIsBusy =
+          std::any_of(dropped.begin(), dropped.end(), [](const SlotRef& slot) { return slot->isWithCompositor && !slot->isReady; });
       if (!isDecoding_) dispatch_async(queue_, [self = shared_from_this()] { self->gatherer_.close(); });
       dispatch_semaphore_signal(progress_);
     }
     gatherer_.cancel();
-    if (std::any_of(dropped.begin(), dropped.end(), [](const SlotRef& slot) { return slot->isWithCompositor && !slot->isReady; })) {
-      host_->cancelAll();
-    }
+    if (compositorIsBusy) host_->cancelAll();
     return true;
   }
 
