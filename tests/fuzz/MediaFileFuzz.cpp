@@ -1,34 +1,13 @@
 // Opens whatever bytes it is given and reads a little of every track.
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <string>
 #include <vector>
 
+#include "tests/fuzz/MemoryFile.h"
 #include "vidloom/platform/ffmpeg/AudioDecoder.h"
 #include "vidloom/platform/ffmpeg/VideoDecoder.h"
 #include "vidloom/platform/foundation/NSLog.h"
 
 namespace vidloom {
 namespace {
-
-class MemoryFile {
- public:
-  MemoryFile(const uint8_t* bytes, size_t size) : descriptor_(memfd_create("fuzz", MFD_CLOEXEC)) {
-    for (size_t done = 0; done < size;) {
-      const ssize_t count = write(descriptor_, bytes + done, size - done);
-      if (count <= 0) break;
-      done += static_cast<size_t>(count);
-    }
-  }
-  ~MemoryFile() { close(descriptor_); }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  std::filesystem::path path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
-
- private:
-  int descriptor_;
-};
 
 void readTrack(const std::shared_ptr<const MediaFile>& file, int index) {
   const MediaTrack& track = file->tracks()[static_cast<size_t>(index)];

@@ -216,6 +216,19 @@ TEST(CGImage, WhatIsNoImageFileIsNamedInTheError) {
   EXPECT_NE(errorOf(writeFile("empty.jpg", "")).find("is empty"), std::string::npos);
 }
 
+TEST(CGImage, ReadsOrRefusesFilesOfOthers) {
+  const auto sample = [](const char* name) { return std::filesystem::path(VIDLOOM_TEST_DATA) / "media" / name; };
+  const CGImageRef printed = load(sample("jpeg_cmyk_160x227.jpg"));
+  EXPECT_EQ(CGColorSpaceGetModel(CGImageGetColorSpace(printed)), kCGColorSpaceModelCMYK);
+  EXPECT_EQ(CGImageGetAlphaInfo(printed), kCGImageAlphaNone);
+  expectNear(pixel(printed, 20, 20), {0, 117, 175, 255}, 4, "the blue of a book's cover");
+  EXPECT_NE(errorOf(sample("bad_bomb_62495x62751.jpg")), "");
+  EXPECT_NE(errorOf(sample("bad_fuzz_47_bytes.jpg")), "");
+  EXPECT_NE(errorOf(sample("bad_fuzz_65280x11264.gif")), "");
+  EXPECT_NE(errorOf(sample("bad_fuzz_interlaced.png")), "");
+  EXPECT_NE(errorOf(sample("h264_854x480.ts")).find("no image file"), std::string::npos);
+}
+
 TEST(CGImage, BecomesAPictureWithAlphaOnlyWhereItHasSome) {
   const Rgba white{255, 255, 255, 255}, half{255, 255, 255, 128}, halfPremultiplied{128, 128, 128, 128};
   struct Case {

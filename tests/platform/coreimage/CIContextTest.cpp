@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <functional>
 #include <numbers>
 #include <random>
+#include <thread>
 
 #include "tests/support/Fixtures.h"
 #include "tests/support/ImageFiles.h"
@@ -452,6 +454,27 @@ TEST(CIContext, PicturesKeepTheirAlphaWhereThatIsAskedFor) {
   const PictureRef overBlack = context->createPicture(image, CGRectMake(0, 0, 12, 8), PictureColor{}, false);
   EXPECT_FALSE(overBlack->hasAlpha());
   EXPECT_NEAR(overBlack->y.data[4], 16 + 110, 1);
+}
+
+TEST(CIContext, ThreadsThatShareAContextGetWhatOneAloneGets) {
+  const auto context = CIContext::context();
+  const CIImageRef source = noise(3, 90, 70, false);
+  const auto render = [&](double radius) {
+    const CIImageRef blurred = source->imageByApplyingFilter("CIGaussianBlur", {{"inputRadius", radius}});
+    return context->createCGImage(blurred->imageByApplyingTransform({0.7, 0.1, 0, 0.8, 3, 5}), CGRectMake(0, 0, 80, 60));
+  };
+  const CGImageRef alone[] = {render(2), render(3)};
+  std::vector<std::thread> threads;
+  std::atomic<int> differences = 0;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int round = 0; round < 5; ++round) {
+        differences += largestDifference(render(2 + thread % 2), alone[thread % 2], 0, 0);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(differences, 0);
 }
 
 TEST(CIContext, WhatCannotBeRenderedIsAnError) {
