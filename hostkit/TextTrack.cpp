@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "vidloom/platform/foundation/NSLog.h"
+#include "vidloom/platform/quartzcore/CALayer.h"
 #include "vidloom/speed/LUMScaleContext.h"
 #include "vidloom/timeline/LUMCropData.h"
 
@@ -57,6 +58,36 @@ CGImageRef TextTrack::staticSourceCGImageRef() const {
     NSLog("The text \"" + text_ + "\" stays as it was drawn: " + problem);
   }
   return image_;
+}
+
+bool TextTrack::isShownAt(const CMTime& time) const {
+  return CMTimeCompare(start(), time) <= 0 && CMTimeCompare(time, CMTimeAdd(start(), duration())) < 0;
+}
+
+std::optional<NSDictionary> TextTrack::attrsForTime(const CMTime& time) const {
+  if (!isShownAt(time)) return std::nullopt;
+  const auto part = [this](int shift) { return (style_.colorRGBA >> shift & 0xff) / 255.0; };
+  return NSDictionary{
+      {"string", text_}, {"font", style_.font}, {"foregroundColor", CGColorCreateSRGB(part(24), part(16), part(8), part(0))}};
+}
+
+const std::shared_ptr<CALayer>& TextTrack::currentLayer() {
+  if (!layer_) layer_ = CALayer::layer();
+  layer_->setContents(staticSourceCGImageRef());
+  layer_->setFrame({CGPointMake(position().x + frame_.origin.x, position().y + frame_.origin.y), frame_.size});
+  return layer_;
+}
+
+std::shared_ptr<CALayer> TextTrack::layerForTime(const CMTime& time) { return isShownAt(time) ? currentLayer() : nullptr; }
+
+void TextTrack::setHidden(bool hidden) { currentLayer()->setHidden(hidden); }
+
+void TextTrack::addInToSuperlayer(const std::shared_ptr<CALayer>& superlayer) {
+  if (superlayer) superlayer->addSublayer(currentLayer());
+}
+
+void TextTrack::removeFromSuperlayer() {
+  if (layer_) layer_->removeFromSuperlayer();
 }
 
 CGSize TextTrack::sizeToFit() {

@@ -26,6 +26,15 @@ class TextTrack : public LUMAVTextAttributeTrack {
   /// The size of the picture in pixels of the style.
   CGSize aspectSize() const override { return frame_.size; }
   CGImageRef staticSourceCGImageRef() const override;
+  /// {"string": the text, "font": as the style has it, "foregroundColor": a CGColorRef} while the text is shown.
+  std::optional<NSDictionary> attrsForTime(const CMTime& time) const override;
+  /// While the text is shown the text's one layer, with the picture at position() as that is now, its top left counting in a
+  /// superlayer whose geometry is flipped; else null.
+  std::shared_ptr<CALayer> layerForTime(const CMTime& time) override;
+  std::shared_ptr<CALayer> renderLayerForTime(const CMTime& time) override { return layerForTime(time); }
+  void setHidden(bool hidden) override;
+  void addInToSuperlayer(const std::shared_ptr<CALayer>& superlayer) override;
+  void removeFromSuperlayer() override;
   /// Sets the bounds to where the picture lies from the top left of the text's box, and gives its size.
   CGSize sizeToFit() override;
   std::shared_ptr<LUMTrack> copyWithId(uint64_t objectId) const override;
@@ -34,12 +43,16 @@ class TextTrack : public LUMAVTextAttributeTrack {
   TextTrack() = default;
 
  private:
+  bool isShownAt(const CMTime& time) const;
+  const std::shared_ptr<CALayer>& currentLayer();
+
   std::string text_;
   TextStyle style_;
   CGRect frame_;
   mutable CGImageRef image_;
   mutable double imageScale_ = 1;
   mutable CGColorRef imageBackground_;
+  std::shared_ptr<CALayer> layer_;  ///< null until somebody asks
 };
 
 }  // namespace vidloom

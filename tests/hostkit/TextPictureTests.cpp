@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "hostkit/TextTrack.h"
+#include "vidloom/platform/quartzcore/CALayer.h"
 #include "vidloom/timeline/LUMCropData.h"
 
 namespace vidloom {
@@ -92,6 +93,30 @@ TEST(TextTrackTest, IsAStillThatCopiesWithAllItsSettings) {
   EXPECT_EQ(copy->staticSourceCGImageRef(), track->staticSourceCGImageRef());
   EXPECT_NE(copy->cropData(), track->cropData());
   EXPECT_EQ(copy->cropData()->percent(), track->cropData()->percent());
+}
+
+TEST(TextTrackTest, HasOneLayerWhileItIsShown) {
+  std::string problem;
+  const auto track = TextTrack::initWithText("Title", {}, 7, CMTimeRangeMake(CMTimeMake(2, 1), CMTimeMake(3, 1)), problem);
+  ASSERT_NE(track, nullptr) << problem;
+  const auto superlayer = CALayer::layer();
+  track->setPosition(CGPointMake(40, 50));
+  track->addInToSuperlayer(superlayer);
+  const auto layer = track->layerForTime(CMTimeMake(2, 1));
+  ASSERT_NE(layer, nullptr);
+  EXPECT_EQ(superlayer->sublayers(), std::vector{layer});
+  EXPECT_EQ(layer->frame().size, track->aspectSize());
+  EXPECT_EQ(layer->frame().origin, CGPointMake(track->transformAt(CGPointMake(40, 50)).tx, track->transformAt({40, 50}).ty));
+  EXPECT_EQ(layer->contents(), CALayerContents(track->staticSourceCGImageRef()));
+  track->setHidden(true);
+  EXPECT_TRUE(layer->isHidden());
+  track->removeFromSuperlayer();
+  EXPECT_TRUE(superlayer->sublayers().empty());
+  for (const int64_t seconds : {1, 5}) {
+    EXPECT_EQ(track->renderLayerForTime(CMTimeMake(seconds, 1)), nullptr);
+    EXPECT_FALSE(track->attrsForTime(CMTimeMake(seconds, 1)));
+  }
+  EXPECT_EQ(std::any_cast<std::string>(track->attrsForTime(CMTimeMake(4, 1))->at("string")), "Title");
 }
 
 }  // namespace
