@@ -89,8 +89,10 @@ TEST(Placement, SeesWhatTheHostChangedInTheListBetweenTwoTracks) {
   const auto first = pipeline->preferdAVVideoCompositionTrackForRange(trackAt(1, 0, 2), AVMediaTypeVideo, comp);
   pipeline->composition_tracks().front()->innerTracks() = {trackAt(9, 10, 2)};
   EXPECT_EQ(pipeline->preferdAVVideoCompositionTrackForRange(trackAt(2, 1, 2), AVMediaTypeVideo, comp), first);
+  pipeline->composition_tracks().front()->innerTracks() = {trackAt(8, 10, 20), trackAt(9, 12, 2)};  // may overlap
+  EXPECT_NE(pipeline->preferdAVVideoCompositionTrackForRange(trackAt(3, 20, 1), AVMediaTypeVideo, comp), first);
   pipeline->setComposition_tracks({});
-  EXPECT_NE(pipeline->preferdAVVideoCompositionTrackForRange(trackAt(3, 50, 1), AVMediaTypeVideo, comp), first);
+  EXPECT_NE(pipeline->preferdAVVideoCompositionTrackForRange(trackAt(4, 50, 1), AVMediaTypeVideo, comp), first);
 }
 
 TEST(Placement, KeepsPicturesAndSoundOnTracksOfTheirOwn) {

@@ -44,7 +44,7 @@ bool insert(AVMutableCompositionTrack& track, double from, double to, double at,
 }
 
 // What random edits do not reach: see CompositionEditingModelTests for the rest.
-TEST(CompositionTrack, editsAtTheLimitsOfTheirArguments) {
+TEST(CompositionTrack, editsHonourTheLimitsOfTheirArguments) {
   const auto gap = DescribedTrack::withSegments(
       {{range(0, 1), range(0, 1), kFile, 0}, {range(1, 2), kCMTimeRangeInvalid, nullptr, 0}, {range(3, 1), range(1, 1), kFile, 0}});
   using Track = AVMutableCompositionTrack;

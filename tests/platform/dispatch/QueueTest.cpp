@@ -85,17 +85,21 @@ TEST(ConcurrentQueue, KeepsWritersApartFromReaders) {
   const auto queue = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
   std::atomic<int> readers{0};
   int value = 0;  // written in barriers only
-  std::atomic<bool> overlapped{false};
+  std::atomic<bool> writing{false}, overlapped{false};
   for (int i = 0; i < 400; ++i) {
     if (i % 5 == 0) {
       dispatch_barrier_async(queue, [&] {
-        if (readers != 0) overlapped = true;
+        writing = true;
+        for (int look = 0; look < 2000; ++look) {
+          if (readers != 0) overlapped = true;
+        }
         ++value;
+        writing = false;
       });
     } else {
       dispatch_async(queue, [&] {
         ++readers;
-        if (value < 0) overlapped = true;
+        if (writing || value < 0) overlapped = true;
         --readers;
       });
     }

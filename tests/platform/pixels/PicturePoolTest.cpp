@@ -50,7 +50,10 @@ TEST(PicturePool, ReusesMemoryOnceNobodyHoldsIt) {
   for (int i = 0; i < 2; ++i) pictures.push_back(pool.make(640, 360, kFull601, false));
   for (const auto& made : pictures) blocks.insert(made->y.data);
   EXPECT_TRUE(blocks.contains(memory));
-  EXPECT_FALSE(blocks.contains(pool.make(1920, 1080, kLimited709, false)->y.data));
+  pictures.clear();
+  for (const int width : {16, 1920}) {
+    EXPECT_FALSE(blocks.contains(pool.make(width, width, kLimited709, false)->y.data)) << "blocks of another size, " << width;
+  }
 }
 
 TEST(PicturePool, MayGoBeforeItsPictures) {

@@ -257,14 +257,18 @@ TEST_F(AudioMixerTest, AFileThatCannotBeOpenedIsNamed) {
   EXPECT_NE(error->localizedDescription().find("no decoder for that"), std::string::npos);
 }
 
-TEST_F(AudioMixerTest, ACancelledMixerGivesNothing) {
-  add({segment(own, kCMTimeZero, seconds(10), kCMTimeZero)});
-  AudioMixer mixer(setup);
-  EXPECT_TRUE(mixer.next(nullptr));
-  mixer.cancel();
-  std::optional<NSError> error;
-  EXPECT_EQ(mixer.next(&error), nullptr);
-  EXPECT_FALSE(error);
+TEST_F(AudioMixerTest, ACancelledMixerGivesNothingAlsoInAGap) {
+  for (const bool gap : {false, true}) {
+    setup.audioTracks.clear();
+    add({gap ? emptySegment(kCMTimeZero, seconds(10)) : segment(own, kCMTimeZero, seconds(10), kCMTimeZero),
+         segment(own, seconds(10), seconds(1), kCMTimeZero)});
+    AudioMixer mixer(setup);
+    EXPECT_TRUE(mixer.next(nullptr));
+    mixer.cancel();
+    std::optional<NSError> error;
+    EXPECT_EQ(mixer.next(&error), nullptr) << (gap ? "in a gap" : "in sound");
+    EXPECT_FALSE(error);
+  }
 }
 
 TEST_F(AudioMixerTest, FewDecodersServeManyCutsAndTracks) {
