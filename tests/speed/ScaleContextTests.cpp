@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "tests/speed/CountedAllocations.h"
 #include "vidloom/platform/foundation/NSLog.h"
 #include "vidloom/speed/LUMScaleContext.h"
 #include "vidloom/speed/LUMScalePoint.h"
@@ -242,6 +243,15 @@ TEST(ScaleContext, copiesCarryOnlyWhatDefinesThem) {
   constant->setOffsets({seconds(1), seconds(1)});
   EXPECT_EQ(constant->copy()->linearSpeed(), double{0.1f});
   EXPECT_EQ(CMTimeCompare(constant->copy()->offsets().leftOffset, kCMTimeZero), 0);
+}
+
+TEST(ScaleContext, aListIsOneAllocation) {
+  const auto context = curve({{0, 1}, {0.5f, 4}, {1, 0.5}});
+  const std::shared_ptr<const LUMTrack> track = trackOf(seconds(10));
+  const int64_t before = test::allocationCount();
+  const auto times = context->generateTimesForTrack(track);
+  EXPECT_EQ(test::allocationCount() - before, 1);
+  EXPECT_EQ(times.size(), 100u);
 }
 
 TEST(ScaleContextDeathTest, aMissingCurveStopsTheProgramWithItsNumber) {
