@@ -25,8 +25,9 @@ CIImageRef uprightImage(const CIImageRef& image, const CGAffineTransform& prefer
 
 CIImageRef blackImage(const CGSize& size) { return CIImage::imageWithColor(0, 0, 0, 1)->imageByCroppingToRect(rectOf(size)); }
 
+/// Stays when the process ends: frames may still be under way then.
 const std::shared_ptr<CIContext>& sharedContext() {
-  static const std::shared_ptr<CIContext> context = CIContext::context();
+  static const auto& context = *std::make_unique<std::shared_ptr<CIContext>>(CIContext::context()).release();
   return context;
 }
 
