@@ -15,7 +15,7 @@ struct ExportOptions {
   std::filesystem::path output;
   bool overwrite = false;
   bool allowOutside = false;
-  bool native = false;  ///< frames are made by the platform; else by the host kit's drawer
+  bool native = false;               ///< frames are made by the platform; else by the host kit's drawer
   std::optional<CMTimeRange> range;  ///< of the timeline; all of it unless given
   ProgressFormat progress = ProgressFormat::blocks;
   VideoEncoderOptions encoder;

@@ -16,8 +16,8 @@ struct FrameOptions {
   bool native = false;
 };
 
-/// Writes the frame of the last step of the output's grid at or before the time, as an export would hand it to the encoder. Says what
-/// went wrong on standard error.
+/// Writes the frame of the last step of the output's grid at or before the time, as an export would hand it to the encoder. Says
+/// what went wrong on standard error.
 ExitCode runFrame(const FrameOptions& options);
 
 }  // namespace vidloom
