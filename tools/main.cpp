@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <exception>
 #include <string>
 
@@ -35,6 +37,8 @@ ExitCode runCommand(int argc, char** argv) {
 }  // namespace vidloom
 
 int main(int argc, char** argv) {
+  // Frames are made on one thread and dropped on another: with an arena for each thread a fifth more memory stays in use.
+  mallopt(M_ARENA_MAX, 1);
   vidloom::Interruption::install();
   vidloom::Console::takeLog();
   try {
