@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -55,8 +56,15 @@ class WaveformAnalyzer : public std::enable_shared_from_this<WaveformAnalyzer> {
 
  private:
   friend class WaveformReading;
+  using Report = std::function<void(WaveformAnalyzerDelegate& delegate)>;
   void start(int64_t count, std::optional<WaveformFFTSetting> fft);
-  void setError(const NSError& error);
+  /// The duration has loaded, or has not.
+  void read(int64_t count, std::optional<WaveformFFTSetting> fft);
+  void refuse();
+  int64_t totalSamples(const CMTime& duration) const;
+  /// Where the analyzer and its delegate are still there. Not with a lock held that the host could want.
+  static void report(const std::weak_ptr<WaveformAnalyzer>& analyzer, const Report& report);
+  static void reportFailure(const std::weak_ptr<WaveformAnalyzer>& analyzer, const NSError& error);
 
   std::shared_ptr<AVAssetReader> assetReader_;
   std::shared_ptr<AVAssetTrack> audioAssetTrack_;
@@ -65,6 +73,7 @@ class WaveformAnalyzer : public std::enable_shared_from_this<WaveformAnalyzer> {
   mutable std::mutex mutex_;
   std::weak_ptr<WaveformAnalyzerDelegate> delegate_;
   std::optional<NSError> error_;
+  std::mutex reportMutex_;  ///< one report at a time
   std::atomic<int64_t> samplesPerValue_{0};
   std::atomic<bool> hasRun_{false};
 };
