@@ -88,6 +88,8 @@ std::filesystem::path withTrackDisabled(const std::filesystem::path& file, const
 /// Whole files as bytes. writeFile puts `bytes` under `name` into the scratch folder.
 std::string readFile(const std::filesystem::path& file);
 std::filesystem::path writeFile(const std::string& name, const std::string& bytes);
+/// A file of 16-bit PCM with interleaved samples.
+std::filesystem::path writeWav(const std::string& name, int sampleRate, int channels, const std::vector<int16_t>& samples);
 
 /// What ffmpeg decodes from a file: the 4:2:0 planes of all frames as stored (none doubled or dropped), the indices that they
 /// carry, and the sound as interleaved stereo float at its own rate, or at `sampleRate` where that is not 0.

@@ -68,26 +68,4 @@ std::shared_ptr<AVAssetReader> startedReader(const std::shared_ptr<AVAsset>& ass
   return reader->startReading() ? reader : nullptr;
 }
 
-std::filesystem::path writeWav(const std::string& name, int sampleRate, int channels, const std::vector<int16_t>& samples) {
-  std::string bytes;
-  const auto number = [&](uint64_t value, int byteCount) {
-    for (int i = 0; i < byteCount; ++i) bytes.push_back(static_cast<char>(value >> (8 * i) & 0xff));
-  };
-  const uint64_t dataBytes = 2 * samples.size();
-  bytes += "RIFF";
-  number(36 + dataBytes, 4);
-  bytes += "WAVEfmt ";
-  number(16, 4);
-  number(1, 2);
-  number(static_cast<uint64_t>(channels), 2);
-  number(static_cast<uint64_t>(sampleRate), 4);
-  number(static_cast<uint64_t>(sampleRate * channels * 2), 4);
-  number(static_cast<uint64_t>(channels * 2), 2);
-  number(16, 2);
-  bytes += "data";
-  number(dataBytes, 4);
-  for (const int16_t sample : samples) number(static_cast<uint16_t>(sample), 2);
-  return writeFile(name, bytes);
-}
-
 }  // namespace vidloom::testing

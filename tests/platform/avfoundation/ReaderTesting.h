@@ -53,7 +53,4 @@ std::shared_ptr<AVAssetReader> startedReader(const std::shared_ptr<AVAsset>& ass
                                              const std::shared_ptr<AVAssetReaderOutput>& output,
                                              const CMTimeRange& range = {kCMTimeZero, kCMTimePositiveInfinity});
 
-/// A file of 16-bit PCM with interleaved samples.
-std::filesystem::path writeWav(const std::string& name, int sampleRate, int channels, const std::vector<int16_t>& samples);
-
 }  // namespace vidloom::testing
