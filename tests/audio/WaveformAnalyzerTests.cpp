@@ -1,0 +1,196 @@
+// How an analysis runs: what the host hears, when, and what it no longer hears.
+#include "vidloom/audio/WaveformAnalyzer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "tests/audio/WaveformRecorder.h"
+#include "tests/support/Fixtures.h"
+#include "vidloom/platform/dispatch/RunLoop.h"
+
+namespace vidloom {
+namespace {
+
+using ::testing::HasSubstr;
+using testing::LogCapture;
+using testing::WaveformRecorder;
+using testing::writeWav;
+
+constexpr int64_t kMinuteNs = 60'000'000'000;
+
+std::filesystem::path tenSeconds() { return writeWav("ten.wav", 44100, 2, std::vector<int16_t>(882'000, 1000)); }
+
+struct Run {
+  std::shared_ptr<WaveformAnalyzer> analyzer;
+  std::shared_ptr<WaveformRecorder> recorder = std::make_shared<WaveformRecorder>();
+  explicit Run(const std::filesystem::path& file) : analyzer(WaveformAnalyzer::initWithAudioAssetURL(file)) {
+    if (analyzer) analyzer->setDelegate(recorder);
+  }
+};
+
+TEST(WaveformAnalyzer, ReportsProgressThatNeverGoesBackAndThenOneResult) {
+  Run run(tenSeconds());
+  ASSERT_TRUE(run.analyzer);
+  run.analyzer->userInfo()["clip"] = std::string("a");
+  run.analyzer->samples(100);
+  ASSERT_TRUE(run.recorder->wait());
+  const std::vector<double>& progress = run.recorder->progress;
+  ASSERT_GT(progress.size(), 10U);
+  EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+  EXPECT_EQ(progress.front(), 0.0);
+  EXPECT_GT(progress.back(), 90.0);
+  EXPECT_LE(progress.back(), 100.0);
+  EXPECT_TRUE(run.recorder->isOnReadingQueue);
+  EXPECT_EQ(run.recorder->lists.size(), 1U);
+  EXPECT_TRUE(run.recorder->analyses.empty());
+  EXPECT_TRUE(run.recorder->errors.empty());
+  EXPECT_FALSE(run.analyzer->error());
+}
+
+TEST(WaveformAnalyzer, IsNotMadeForWhatHasNoSound) {
+  struct Case {
+    std::filesystem::path file;
+    std::string cause;
+  };
+  const Case cases[] = {{testing::makeClip({}), "no audio track"},
+                        {testing::scratchFolder() / "missing.wav", "missing.wav"},
+                        {testing::writeFile("noise.wav", std::string(5000, 'x')), "noise.wav"}};
+  for (const Case& one : cases) {
+    std::optional<NSError> error;
+    ::testing::internal::CaptureStderr();
+    EXPECT_FALSE(WaveformAnalyzer::initWithAudioAssetURL(one.file, &error));
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "ERROR loading asset / audio track\n");
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->localizedDescription(), HasSubstr(one.cause));
+    EXPECT_THAT(error->localizedDescription(), HasSubstr(one.file.filename().string()));
+  }
+}
+
+TEST(WaveformAnalyzer, RunsOnce) {
+  Run run(tenSeconds());
+  run.analyzer->samples(100);
+  ASSERT_TRUE(run.recorder->wait());
+  const LogCapture log;
+  run.analyzer->samples(50);
+  ASSERT_TRUE(run.recorder->wait());
+  ASSERT_EQ(run.recorder->lists.size(), 2U);
+  EXPECT_EQ(run.recorder->lists[0].size(), 100U);
+  EXPECT_TRUE(run.recorder->lists[1].empty());
+  ASSERT_EQ(run.recorder->errors.size(), 1U);
+  EXPECT_THAT(run.recorder->errors[0].localizedDescription(), HasSubstr("ten.wav"));
+  EXPECT_TRUE(log.contains({"WaveformAnalyzer", "once", "ten.wav"}));
+}
+
+TEST(WaveformAnalyzer, GivesAnEmptyListAndTheReasonWhereReadingFails) {
+  Run run(tenSeconds());
+  run.recorder->onProgress = [&] { run.analyzer->assetReader()->cancelReading(); };
+  ::testing::internal::CaptureStderr();
+  run.analyzer->samples(100);
+  ASSERT_TRUE(run.recorder->wait());
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "ERROR: reading waveform audio data has failed 4\n");
+  EXPECT_TRUE(run.recorder->lists.front().empty());
+  EXPECT_EQ(run.recorder->errors.size(), 1U);
+  EXPECT_TRUE(run.analyzer->error());
+}
+
+TEST(WaveformAnalyzer, IsSilentOnceItIsGone) {
+  for (const size_t reportsBefore : {0, 1, 2, 20}) {
+    Run run(tenSeconds());
+    const std::weak_ptr<AVAssetReader> reader = run.analyzer->assetReader();
+    run.recorder->onProgress = [&] {
+      if (run.recorder->progress.size() == reportsBefore) run.analyzer.reset();
+    };
+    run.analyzer->samples(100);
+    if (reportsBefore == 0) {
+      run.recorder->onProgress = nullptr;
+      run.analyzer.reset();
+    }
+    // The reading keeps the reader until it is through.
+    ASSERT_TRUE(RunLoop::main().runUntil([&] { return reader.expired(); }, kMinuteNs));
+    EXPECT_TRUE(run.recorder->lists.empty());
+    if (reportsBefore > 0) EXPECT_EQ(run.recorder->progress.size(), reportsBefore);
+  }
+}
+
+TEST(WaveformAnalyzer, NeedsNoDelegate) {
+  Run run(tenSeconds());
+  const std::weak_ptr<WaveformRecorder> recorder = run.recorder;
+  run.recorder.reset();
+  EXPECT_TRUE(recorder.expired());
+  run.analyzer->samples(100);
+  EXPECT_TRUE(
+      RunLoop::main().runUntil([&] { return run.analyzer->assetReader()->status() == AVAssetReaderStatusCompleted; }, kMinuteNs));
+}
+
+/// A second and a half of a tone on the left channel, of that frequency.
+std::filesystem::path tone(double hertz, int sampleRate) {
+  std::vector<int16_t> samples;
+  for (int i = 0; i < sampleRate * 3 / 2; ++i) {
+    samples.push_back(static_cast<int16_t>(std::lround(32767 * std::sin(2 * std::numbers::pi * hertz * i / sampleRate))));
+    samples.push_back(0);
+  }
+  return writeWav("tone.wav", sampleRate, 2, samples);
+}
+
+TEST(WaveformAnalyzer, GathersSpectraOfOverlappingBlocks) {
+  struct Case {
+    int64_t size, hop;
+    size_t blocks;
+  };
+  // 12,000 samples: every one is in a block, and no block lies wholly in another one.
+  for (const Case& one :
+       {Case{1024, 512, 23}, Case{1024, 1024, 12}, Case{1024, 4000, 3}, Case{16384, 16384, 1}, Case{512, 1, 11489}}) {
+    Run run(tone(1000, 8000));
+    WaveformFFTSetting setting;
+    setting.size = one.size;
+    setting.hop = one.hop;
+    setting.numberOfBands = 40;
+    setting.minFrequency = 0;
+    setting.maxFrequency = 4000;
+    run.analyzer->samples(10, setting);
+    ASSERT_TRUE(run.recorder->wait());
+    ASSERT_EQ(run.recorder->analyses.size(), 1U);
+    const WaveformAnalysis& analysis = run.recorder->analyses.front();
+    EXPECT_EQ(analysis.amplitudes, run.recorder->lists.front());
+    ASSERT_TRUE(analysis.fft);
+    ASSERT_EQ(analysis.fft->size(), one.blocks) << one.size << " by " << one.hop;
+    const TempiFFT& first = *analysis.fft->front();
+    EXPECT_EQ(first.magnitudes().size(), static_cast<size_t>(one.size / 2));
+    const auto& bands = *first.bandMagnitudes();
+    const auto loudest = std::max_element(bands.begin(), bands.end());
+    EXPECT_NEAR((*first.bandFrequencies())[static_cast<size_t>(loudest - bands.begin())], 1000, 51);
+    // Half of full scale: the other channel is silent.
+    double windowSum = 0;
+    for (const float value : first.window()) windowSum += value;
+    if (one.size == 1024)
+      EXPECT_NEAR(TempiFFT::toDecibels(first.magnitudeAtFrequency(1001) / (windowSum * windowSum)), -6.02, 0.01);
+  }
+}
+
+TEST(WaveformAnalyzer, HandsSpectraOverOneByOne) {
+  Run gathering(tone(700, 8000)), streaming(tone(700, 8000));
+  WaveformFFTSetting setting;
+  gathering.analyzer->samples(10, setting);
+  std::vector<std::vector<float>> bands;
+  std::vector<double> starts;
+  setting.eachBlock = [&](const TempiFFT& fft, double startSeconds) {
+    bands.push_back(*fft.bandMagnitudes());
+    starts.push_back(startSeconds);
+  };
+  streaming.analyzer->samples(10, setting);
+  ASSERT_TRUE(gathering.recorder->wait() && streaming.recorder->wait());
+  EXPECT_TRUE(streaming.recorder->analyses.front().fft->empty());
+  const auto& gathered = *gathering.recorder->analyses.front().fft;
+  ASSERT_EQ(bands.size(), gathered.size());
+  for (size_t i = 0; i < bands.size(); ++i) {
+    EXPECT_EQ(bands[i], *gathered[i]->bandMagnitudes());
+    EXPECT_DOUBLE_EQ(starts[i], static_cast<double>(i) * 1024 / 8000);
+  }
+}
+
+}  // namespace
+}  // namespace vidloom

@@ -1,0 +1,146 @@
+// The levels that a waveform consists of, and how many there are.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "tests/audio/WaveformRecorder.h"
+#include "tests/support/Fixtures.h"
+
+namespace vidloom {
+namespace {
+
+using testing::Waveform;
+using testing::waveformOf;
+using testing::writeWav;
+
+constexpr double kTolerance = 2e-4 / 50;  // of a level: 2e-4 dB
+
+/// The plain form: the mean of clipped decibels over -50.
+std::vector<double> levelsByLibm(const std::vector<int16_t>& samples, size_t samplesPerLevel) {
+  std::vector<double> levels;
+  for (size_t at = 0; at + samplesPerLevel <= samples.size(); at += samplesPerLevel) {
+    double sum = 0;
+    for (size_t i = at; i < at + samplesPerLevel; ++i) {
+      sum += std::clamp(20 * std::log10(std::abs(static_cast<double>(samples[i])) / 32767), -50.0, 0.0);
+    }
+    levels.push_back(sum / static_cast<double>(samplesPerLevel) / -50);
+  }
+  return levels;
+}
+
+std::vector<int16_t> randomSound(size_t count, uint32_t seed) {
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<int> exponent(0, 15), any(-32768, 32767);
+  std::vector<int16_t> samples(count);
+  int shift = 0;
+  for (size_t i = 0; i < count; ++i) {
+    if (i % 50 == 0) shift = exponent(random);
+    samples[i] = static_cast<int16_t>(any(random) / (1 << shift));
+  }
+  return samples;
+}
+
+TEST(WaveformLevels, OfConstantSamplesFollowFromTheirDecibels) {
+  const std::vector<std::pair<int, double>> table = {{-32768, 0},
+                                                     {32767, 0},
+                                                     {16384, 0.120407},
+                                                     {-10000, 0.206175},
+                                                     {3277, 0.399984},
+                                                     {1000, 0.606175},
+                                                     {328, 0.799825},
+                                                     {104, 0.999361},
+                                                     {103, 1},
+                                                     {1, 1},
+                                                     {0, 1}};
+  for (const size_t length : {1, 5, 1000}) {
+    std::vector<int16_t> samples;
+    for (const auto& [sample, level] : table) samples.insert(samples.end(), length, static_cast<int16_t>(sample));
+    const Waveform waveform = waveformOf(writeWav("constant.wav", 44100, 1, samples), static_cast<int64_t>(table.size()));
+    ASSERT_EQ(waveform.values.size(), table.size());
+    for (size_t i = 0; i < table.size(); ++i) {
+      EXPECT_NEAR(waveform.values[i], table[i].second, 1e-6) << table[i].first;
+      if (table[i].second == 0 || table[i].second == 1) EXPECT_EQ(waveform.values[i], table[i].second) << table[i].first;
+    }
+  }
+}
+
+TEST(WaveformLevels, AreMeansOfDecibelsNotOfAmplitudes) {
+  std::vector<int16_t> samples(2000);
+  for (size_t i = 0; i < samples.size(); i += 2) samples[i] = i % 4 == 0 ? 32767 : -32768;
+  const Waveform waveform = waveformOf(writeWav("half.wav", 8000, 2, samples), 2);
+  ASSERT_EQ(waveform.values.size(), 2U);
+  EXPECT_NEAR(waveform.values[0], 0.5, 1e-6);
+}
+
+TEST(WaveformLevels, AreThoseOfThePlainFormWhateverTheirLength) {
+  const std::vector<int16_t> samples = randomSound(90'000, 7);
+  for (const int channels : {1, 2, 3}) {
+    const auto file = writeWav("random.wav", 48000, channels, samples);
+    for (const int64_t count : {1, 7, 100, 1000, 5625, 6000, 45000, 80000}) {
+      const Waveform waveform = waveformOf(file, count);
+      EXPECT_EQ(waveform.samplesPerValue, std::max<int64_t>(1, 90'000 / count));
+      const std::vector<double> expected = levelsByLibm(samples, static_cast<size_t>(waveform.samplesPerValue));
+      ASSERT_EQ(waveform.values.size(), expected.size()) << count;
+      double worst = 0;
+      for (size_t i = 0; i < expected.size(); ++i) worst = std::max(worst, std::abs(expected[i] - waveform.values[i]));
+      EXPECT_LT(worst, kTolerance) << count << " levels of " << channels << " channels";
+    }
+  }
+}
+
+TEST(WaveformLevels, AreAsManyAsGoIntoTheSound) {
+  struct Case {
+    int sampleRate, channels;
+    size_t frames;
+    int64_t count, samplesPerValue;
+    size_t values;
+  };
+  const Case cases[] = {
+      {44100, 1, 441'000, 100, 4410, 100},
+      {44100, 2, 441'000, 100, 8820, 100},
+      {8000, 1, 1000, 1000, 1, 1000},
+      {8000, 1, 1000, 999, 1, 1000},
+      {8000, 1, 1000, 300, 3, 333},
+      {8000, 1, 1000, 1, 1000, 1},
+      {8000, 2, 1000, 0, 1, 2000},
+      {8000, 2, 1000, -5, 1, 2000},
+      {96000, 6, 1001, 10'000'000, 1, 6006},
+      {8000, 1, 1, 3, 1, 1},
+      {8000, 1, 0, 3, 1, 0},
+  };
+  for (const Case& one : cases) {
+    const std::vector<int16_t> samples(one.frames * static_cast<size_t>(one.channels), 500);
+    const Waveform waveform = waveformOf(writeWav("sized.wav", one.sampleRate, one.channels, samples), one.count);
+    EXPECT_EQ(waveform.values.size(), one.values) << one.frames << " frames, count " << one.count;
+    EXPECT_EQ(waveform.samplesPerValue, one.samplesPerValue) << one.frames << " frames, count " << one.count;
+  }
+}
+
+TEST(WaveformLevels, OfRealFilesCoverWhatIsDecoded) {
+  for (const char* const name :
+       {"m4a_aac_8k_mono.m4a", "h264_he_aac_v1.mp4", "h264_aac_51.mp4", "mp3_441hz_1s_lame_gapless.mp3", "ogg_vorbis_441hz_1s.ogg",
+        "opus_441hz_1s.opus", "aac_441hz_1s_afconvert_priming.mp4", "wav_pcm24_11k_mono.wav", "bad_truncated.wav"}) {
+    const std::filesystem::path file = std::filesystem::path(VIDLOOM_TEST_DATA) / "media" / name;
+    std::string bytes;
+    testing::runProgram({"ffmpeg", "-v", "error", "-i", file.string(), "-map", "0:a:0", "-f", "s16le", "-"}, &bytes);
+    const size_t decoded = bytes.size() / sizeof(int16_t);
+    ASSERT_GT(decoded, 0U) << name;
+    std::vector<int16_t> samples(decoded);
+    std::copy_n(bytes.data(), decoded * sizeof(int16_t), reinterpret_cast<char*>(samples.data()));
+    for (const int64_t count : {1, 50, 100'000'000}) {
+      const Waveform waveform = waveformOf(file, count);
+      ASSERT_GT(waveform.samplesPerValue, 0) << name;
+      EXPECT_EQ(waveform.values.size(), decoded / static_cast<size_t>(waveform.samplesPerValue)) << name << " " << count;
+      if (count != 50) continue;
+      const std::vector<double> expected = levelsByLibm(samples, static_cast<size_t>(waveform.samplesPerValue));
+      for (size_t i = 0; i < std::min(expected.size(), waveform.values.size()); ++i) {
+        ASSERT_NEAR(waveform.values[i], expected[i], 0.002) << name << " level " << i;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vidloom
