@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <numeric>
 
 #include "tests/audio/WaveformRecorder.h"
 #include "tests/support/Fixtures.h"
-#include "vidloom/platform/dispatch/RunLoop.h"
 
 namespace vidloom {
 namespace {
@@ -20,20 +20,18 @@ using testing::LogCapture;
 using testing::WaveformRecorder;
 using testing::writeWav;
 
-constexpr int64_t kMinuteNs = 60'000'000'000;
-
 std::filesystem::path tenSeconds() { return writeWav("ten.wav", 44100, 2, std::vector<int16_t>(882'000, 1000)); }
 
-struct Run {
+struct Analysis {
   std::shared_ptr<WaveformAnalyzer> analyzer;
   std::shared_ptr<WaveformRecorder> recorder = std::make_shared<WaveformRecorder>();
-  explicit Run(const std::filesystem::path& file) : analyzer(WaveformAnalyzer::initWithAudioAssetURL(file)) {
+  explicit Analysis(const std::filesystem::path& file) : analyzer(WaveformAnalyzer::initWithAudioAssetURL(file)) {
     if (analyzer) analyzer->setDelegate(recorder);
   }
 };
 
 TEST(WaveformAnalyzer, ReportsProgressThatNeverGoesBackAndThenOneResult) {
-  Run run(tenSeconds());
+  Analysis run(tenSeconds());
   ASSERT_TRUE(run.analyzer);
   run.analyzer->userInfo()["clip"] = std::string("a");
   run.analyzer->samples(100);
@@ -71,7 +69,7 @@ TEST(WaveformAnalyzer, IsNotMadeForWhatHasNoSound) {
 }
 
 TEST(WaveformAnalyzer, RunsOnce) {
-  Run run(tenSeconds());
+  Analysis run(tenSeconds());
   run.analyzer->samples(100);
   ASSERT_TRUE(run.recorder->wait());
   const LogCapture log;
@@ -86,7 +84,7 @@ TEST(WaveformAnalyzer, RunsOnce) {
 }
 
 TEST(WaveformAnalyzer, GivesAnEmptyListAndTheReasonWhereReadingFails) {
-  Run run(tenSeconds());
+  Analysis run(tenSeconds());
   run.recorder->onProgress = [&] { run.analyzer->assetReader()->cancelReading(); };
   ::testing::internal::CaptureStderr();
   run.analyzer->samples(100);
@@ -99,7 +97,7 @@ TEST(WaveformAnalyzer, GivesAnEmptyListAndTheReasonWhereReadingFails) {
 
 TEST(WaveformAnalyzer, IsSilentOnceItIsGone) {
   for (const size_t reportsBefore : {0, 1, 2, 20}) {
-    Run run(tenSeconds());
+    Analysis run(tenSeconds());
     const std::weak_ptr<AVAssetReader> reader = run.analyzer->assetReader();
     run.recorder->onProgress = [&] {
       if (run.recorder->progress.size() == reportsBefore) run.analyzer.reset();
@@ -110,20 +108,21 @@ TEST(WaveformAnalyzer, IsSilentOnceItIsGone) {
       run.analyzer.reset();
     }
     // The reading keeps the reader until it is through.
-    ASSERT_TRUE(RunLoop::main().runUntil([&] { return reader.expired(); }, kMinuteNs));
+    ASSERT_TRUE(testing::eventually([&] { return reader.expired(); }));
     EXPECT_TRUE(run.recorder->lists.empty());
-    if (reportsBefore > 0) EXPECT_EQ(run.recorder->progress.size(), reportsBefore);
+    if (reportsBefore > 0) {
+      EXPECT_EQ(run.recorder->progress.size(), reportsBefore);
+    }
   }
 }
 
 TEST(WaveformAnalyzer, NeedsNoDelegate) {
-  Run run(tenSeconds());
+  Analysis run(tenSeconds());
   const std::weak_ptr<WaveformRecorder> recorder = run.recorder;
   run.recorder.reset();
   EXPECT_TRUE(recorder.expired());
   run.analyzer->samples(100);
-  EXPECT_TRUE(
-      RunLoop::main().runUntil([&] { return run.analyzer->assetReader()->status() == AVAssetReaderStatusCompleted; }, kMinuteNs));
+  EXPECT_TRUE(testing::eventually([&] { return run.analyzer->assetReader()->status() == AVAssetReaderStatusCompleted; }));
 }
 
 /// A second and a half of a tone on the left channel, of that frequency.
@@ -144,7 +143,7 @@ TEST(WaveformAnalyzer, GathersSpectraOfOverlappingBlocks) {
   // 12,000 samples: every one is in a block, and no block lies wholly in another one.
   for (const Case& one :
        {Case{1024, 512, 23}, Case{1024, 1024, 12}, Case{1024, 4000, 3}, Case{16384, 16384, 1}, Case{512, 1, 11489}}) {
-    Run run(tone(1000, 8000));
+    Analysis run(tone(1000, 8000));
     WaveformFFTSetting setting;
     setting.size = one.size;
     setting.hop = one.hop;
@@ -164,15 +163,16 @@ TEST(WaveformAnalyzer, GathersSpectraOfOverlappingBlocks) {
     const auto loudest = std::max_element(bands.begin(), bands.end());
     EXPECT_NEAR((*first.bandFrequencies())[static_cast<size_t>(loudest - bands.begin())], 1000, 51);
     // Half of full scale: the other channel is silent.
-    double windowSum = 0;
-    for (const float value : first.window()) windowSum += value;
-    if (one.size == 1024)
-      EXPECT_NEAR(TempiFFT::toDecibels(first.magnitudeAtFrequency(1001) / (windowSum * windowSum)), -6.02, 0.01);
+    const float windowSum = std::accumulate(first.window().begin(), first.window().end(), 0.0f);
+    const float relativePower = first.magnitudeAtFrequency(1001) / (windowSum * windowSum);
+    if (one.size == 1024) {
+      EXPECT_NEAR(TempiFFT::toDecibels(relativePower), -6.02, 0.01);
+    }
   }
 }
 
 TEST(WaveformAnalyzer, HandsSpectraOverOneByOne) {
-  Run gathering(tone(700, 8000)), streaming(tone(700, 8000));
+  Analysis gathering(tone(700, 8000)), streaming(tone(700, 8000));
   WaveformFFTSetting setting;
   gathering.analyzer->samples(10, setting);
   std::vector<std::vector<float>> bands;

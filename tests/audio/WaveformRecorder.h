@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "vidloom/audio/WaveformAnalyzer.h"
+#include "vidloom/platform/dispatch/RunLoop.h"
 #include "vidloom/platform/dispatch/dispatch.h"
 
 namespace vidloom::testing {
@@ -35,6 +36,14 @@ class WaveformRecorder : public WaveformAnalyzerDelegate {
   bool isOnReadingQueue = true;
   dispatch_semaphore_t completed = dispatch_semaphore_create(0);
 };
+
+/// Looks again and again, for a minute at most.
+inline bool eventually(const std::function<bool()>& predicate) {
+  constexpr uint64_t kMillisecondNs = 1'000'000;
+  bool isSo = predicate();
+  for (int i = 0; i < 60'000 && !isSo; ++i) isSo = RunLoop::main().runUntil(predicate, kMillisecondNs);
+  return isSo;
+}
 
 struct Waveform {
   std::vector<float> values;

@@ -30,7 +30,7 @@ class LevelReducer {
   const int64_t samplesPerLevel_;
   std::vector<float> levels_;
   std::vector<float> each_;  ///< decibels of single samples
-  double sumAboveLow_ = 0;   ///< of the group that has begun
+  double sum_ = 0;           ///< of the group that has begun
   int64_t inGroup_ = 0;
 };
 

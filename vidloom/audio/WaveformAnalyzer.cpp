@@ -41,7 +41,8 @@ std::shared_ptr<WaveformAnalyzer> WaveformAnalyzer::initWithAudioAssetURL(const 
   analyzer->assetURL_ = audioAssetURL;
   analyzer->assetReader_ = AVAssetReader::initWithAsset(asset, &problem);
   const auto tracks = asset->tracksWithMediaType(AVMediaTypeAudio);
-  if (analyzer->assetReader_ && tracks.empty()) problem = AVMakeError(AVErrorNoSourceTrack, "has no audio track", audioAssetURL);
+  if (analyzer->assetReader_ && tracks.empty())
+    problem = AVMakeError(AVErrorNoSourceTrack, audioAssetURL.filename().string() + ": has no audio track", audioAssetURL);
   if (error) *error = problem;
   if (problem) {
     writeConsoleLine("ERROR loading asset / audio track");
@@ -79,7 +80,9 @@ void WaveformAnalyzer::start(int64_t count, std::optional<WaveformFFTSetting> ff
 }
 
 void WaveformAnalyzer::refuse() {
-  const NSError error = AVMakeError(AVErrorUnknown, "A waveform analyzer reads its file once: this is its second run", assetURL_);
+  const NSError error =
+      AVMakeError(AVErrorUnknown,
+                  assetURL_.filename().string() + ": a waveform analyzer reads its file once, this is its second run", assetURL_);
   NSLog("WaveformAnalyzer samplesWithCount: " + error.localizedDescription());
   dispatch_async(readingQueue(), [weak = weak_from_this(), error] {
     report(weak, [&](WaveformAnalyzerDelegate& delegate) {
@@ -94,7 +97,9 @@ void WaveformAnalyzer::read(int64_t count, std::optional<WaveformFFTSetting> fft
   std::optional<NSError> problem;
   if (asset->statusOfValueForKey("duration", &problem) != AVKeyValueStatusLoaded) {
     writeConsoleLine("failed to load due to: " + (problem ? problem->localizedDescription() : ""));
-    reportFailure(weak_from_this(), problem ? *problem : AVMakeError(AVErrorUnknown, "The duration cannot be had", assetURL_));
+    reportFailure(weak_from_this(),
+                  problem ? *problem
+                          : AVMakeError(AVErrorUnknown, assetURL_.filename().string() + ": the duration cannot be had", assetURL_));
     return;
   }
   WaveformReading::Setup setup;

@@ -21,19 +21,17 @@ using Integers = hn::Rebind<int32_t, Floats>;
 using IntegerVector = hn::Vec<Integers>;
 
 constexpr size_t kMaxLanes = 16;
-/// A product of that many amplitudes stays within the range of floats: 90 dB are a factor of 31623.
+/// A product of that many amplitudes stays within the range of floats: none is above 32768, and the lowest not below 0.0001.
 constexpr size_t kFactors = 8;
 
-/// Amplitudes relative to the lowest, between 1 and `highest`.
+/// Amplitudes between `lowest` and `highest`.
 struct Amplitudes {
-  FloatVector perUnit, highest;
+  FloatVector lowest, highest;
 
   HWY_INLINE FloatVector of(const int16_t* samples) const {
-    const Floats floats;
     const hn::Rebind<int16_t, Floats> shorts;
     const auto whole = hn::PromoteTo(Integers(), hn::LoadU(shorts, samples));
-    const FloatVector relative = hn::Mul(hn::Abs(hn::ConvertTo(floats, whole)), perUnit);
-    return hn::Max(hn::Set(floats, 1.0f), hn::Min(relative, highest));
+    return hn::Max(lowest, hn::Min(hn::Abs(hn::ConvertTo(Floats(), whole)), highest));
   }
 };
 
@@ -48,15 +46,16 @@ HWY_INLINE IntegerVector exponentOf(FloatVector x, FloatVector& mantissa) {
   return exponent;
 }
 
-/// log2 of a mantissa by the series of the inverse hyperbolic tangent, off by less than 5e-8.
+/// log2 of a mantissa by a polynomial through the zeros of a Chebyshev polynomial, off by less than 1e-7.
 HWY_INLINE FloatVector log2OfMantissa(FloatVector mantissa) {
   const Floats floats;
-  const auto one = hn::Set(floats, 1.0f);
-  const FloatVector s = hn::Div(hn::Sub(mantissa, one), hn::Add(mantissa, one));
-  const FloatVector square = hn::Mul(s, s);
-  FloatVector sum = hn::Set(floats, 1.0f / 9);
-  for (const float term : {1.0f / 7, 1.0f / 5, 1.0f / 3, 1.0f}) sum = hn::MulAdd(sum, square, hn::Set(floats, term));
-  return hn::Mul(hn::Mul(sum, s), hn::Set(floats, 2.885390082f));  // 2 / ln 2
+  const FloatVector x = hn::Sub(mantissa, hn::Set(floats, 1.0f));
+  FloatVector sum = hn::Set(floats, -0.146203534f);
+  for (const float coefficient :
+       {0.234209851f, -0.248821806f, 0.287075611f, -0.360241986f, 0.480924039f, -0.721352759f, 1.44269496f}) {
+    sum = hn::MulAdd(sum, x, hn::Set(floats, coefficient));
+  }
+  return hn::Mul(sum, x);
 }
 
 /// Sums of logarithms: the exponents exactly, the mantissas as floats, which stay small.
@@ -75,11 +74,11 @@ struct LogarithmSum {
   }
 };
 
-/// The sum of log2 of the samples' amplitudes. At most 2^20 samples: the exponents' sum must fit.
-double SumOfLog2(float perUnitAmplitude, float highestAmplitude, const int16_t* samples, size_t count) {
+/// The sum of log2 of the samples' amplitudes. At most kSamplesAtOnce: what the floats lack grows with the number of sums.
+double SumOfLog2(float lowest, float highest, const int16_t* samples, size_t count) {
   const Floats floats;
   const size_t lanes = hn::Lanes(floats);
-  const Amplitudes amplitudes{hn::Set(floats, perUnitAmplitude), hn::Set(floats, highestAmplitude)};
+  const Amplitudes amplitudes{hn::Set(floats, lowest), hn::Set(floats, highest)};
   LogarithmSum sum{hn::Zero(Integers()), hn::Zero(floats)};
   size_t at = 0;
   for (; at + kFactors * lanes <= count; at += kFactors * lanes) {
@@ -93,18 +92,19 @@ double SumOfLog2(float perUnitAmplitude, float highestAmplitude, const int16_t* 
   FloatVector product = hn::Set(floats, 1.0f);
   for (; at + lanes <= count; at += lanes) product = hn::Mul(product, amplitudes.of(samples + at));
   if (at < count) {
-    std::array<int16_t, kMaxLanes> rest{};  // what is added is silence, whose logarithm is zero
+    std::array<int16_t, kMaxLanes> rest{};
     std::copy(samples + at, samples + count, rest.begin());
-    product = hn::Mul(product, amplitudes.of(rest.data()));
+    const auto isSample = hn::FirstN(floats, count - at);
+    product = hn::Mul(product, hn::IfThenElse(isSample, amplitudes.of(rest.data()), hn::Set(floats, 1.0f)));
   }
   sum.add(product);
   return sum.total();
 }
 
-void Log2OfEach(float perUnitAmplitude, float highestAmplitude, const int16_t* samples, size_t count, float* c) {
+void Log2OfEach(float lowest, float highest, const int16_t* samples, size_t count, float* c) {
   const Floats floats;
   const size_t lanes = hn::Lanes(floats);
-  const Amplitudes amplitudes{hn::Set(floats, perUnitAmplitude), hn::Set(floats, highestAmplitude)};
+  const Amplitudes amplitudes{hn::Set(floats, lowest), hn::Set(floats, highest)};
   const auto logarithms = [&](const int16_t* from) HWY_ATTR {
     FloatVector mantissa;
     const IntegerVector exponents = exponentOf(amplitudes.of(from), mantissa);
@@ -133,32 +133,34 @@ HWY_EXPORT(Log2OfEach);
 namespace {
 
 constexpr double kDecibelsPerDoubling = 6.0205999132796239;  // 20 log10(2)
-constexpr size_t kSamplesAtOnce = size_t{1} << 20;
+constexpr size_t kSamplesAtOnce = size_t{1} << 16;
 
-double amplitudeAt(double decibels) { return std::pow(10.0, decibels / 20); }
+float amplitudeAt(float decibels, float zeroReference) {
+  return static_cast<float>(zeroReference * std::pow(10.0, static_cast<double>(decibels) / 20));
+}
 
 }  // namespace
 
 ClippedDecibels::ClippedDecibels(float zeroReference, float low, float high)
     : low_(low),
       high_(high),
-      perUnit_(static_cast<float>(1 / (static_cast<double>(zeroReference) * amplitudeAt(low)))),
-      highest_(static_cast<float>(amplitudeAt(static_cast<double>(high) - static_cast<double>(low)))) {}
+      lowest_(amplitudeAt(low, zeroReference)),
+      highest_(amplitudeAt(high, zeroReference)),
+      log2OfReference_(std::log2(static_cast<double>(zeroReference))) {}
 
 void ClippedDecibels::ofEach(const int16_t* samples, size_t count, float* c) const {
-  HWY_DYNAMIC_DISPATCH(Log2OfEach)(perUnit_, highest_, samples, count, c);
-  for (size_t i = 0; i < count; ++i) c[i] = std::min(high_, low_ + c[i] * static_cast<float>(kDecibelsPerDoubling));
+  HWY_DYNAMIC_DISPATCH(Log2OfEach)(lowest_, highest_, samples, count, c);
+  const auto zero = static_cast<float>(log2OfReference_);
+  const auto perDoubling = static_cast<float>(kDecibelsPerDoubling);
+  for (size_t i = 0; i < count; ++i) c[i] = std::clamp((c[i] - zero) * perDoubling, low_, high_);
 }
 
-double ClippedDecibels::sumAboveLow(const int16_t* samples, size_t count) const {
-  double sum = 0;
-  while (count > 0) {
-    const size_t part = std::min(count, kSamplesAtOnce);
-    sum += HWY_DYNAMIC_DISPATCH(SumOfLog2)(perUnit_, highest_, samples, part);
-    samples += part;
-    count -= part;
+double ClippedDecibels::sum(const int16_t* samples, size_t count) const {
+  double sumOfLog2 = 0;
+  for (size_t at = 0; at < count; at += kSamplesAtOnce) {
+    sumOfLog2 += HWY_DYNAMIC_DISPATCH(SumOfLog2)(lowest_, highest_, samples + at, std::min(count - at, kSamplesAtOnce));
   }
-  return sum * kDecibelsPerDoubling;
+  return kDecibelsPerDoubling * (sumOfLog2 - static_cast<double>(count) * log2OfReference_);
 }
 
 }  // namespace vidloom

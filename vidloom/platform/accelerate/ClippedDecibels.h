@@ -6,23 +6,24 @@
 
 namespace vidloom {
 
-/// 20 log10(|x| / zeroReference) limited to [low, high]; high is 1 to 90 dB above low. Immutable; any thread.
+/// 20 log10(|x| / zeroReference) limited to [low, high]. Immutable; any thread.
 class ClippedDecibels {
  public:
+  /// The amplitude of `low` is above 0.0001.
   ClippedDecibels(float zeroReference, float low, float high);
 
   float low() const { return low_; }
   float high() const { return high_; }
   /// c[n] = the decibels of samples[n], within 2e-5 dB.
   void ofEach(const int16_t* samples, size_t count, float* c) const;
-  /// The sum, over all samples, of their decibels above low(): within 2e-5 dB a sample, and exactly 0 for silence. Takes the
-  /// logarithm of the product of eight samples at a time instead of eight logarithms.
-  double sumAboveLow(const int16_t* samples, size_t count) const;
+  /// The sum of the decibels of all samples, within 2e-5 dB a sample. Takes the logarithm of the product of eight samples instead
+  /// of eight logarithms.
+  double sum(const int16_t* samples, size_t count) const;
 
  private:
   float low_, high_;
-  float perUnit_;  ///< turns a sample into an amplitude relative to that of low
-  float highest_;  ///< the relative amplitude of high
+  float lowest_, highest_;  ///< the amplitudes of low and high
+  double log2OfReference_;
 };
 
 }  // namespace vidloom
