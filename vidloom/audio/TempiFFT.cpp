@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <string>
 
 #include "vidloom/platform/foundation/NSLog.h"
@@ -26,6 +27,14 @@ float elementAt(const std::vector<float>& values, int64_t index, const std::stri
   return values[static_cast<size_t>(index)];
 }
 
+std::vector<float> zeros(int64_t count, const char* operation) {
+  try {
+    return std::vector<float>(static_cast<size_t>(count));
+  } catch (const std::exception&) {
+    NSLogAndAbort(NSStringWithFormat("TempiFFT %s: no memory for %lld values", operation, static_cast<long long>(count)));
+  }
+}
+
 }  // namespace
 
 std::shared_ptr<TempiFFT> TempiFFT::init(int64_t size, float sampleRate) {
@@ -41,9 +50,9 @@ std::shared_ptr<TempiFFT> TempiFFT::init(int64_t size, float sampleRate) {
   fft->halfSize_ = size / 2;
   fft->log2Size_ = static_cast<int64_t>(std::log2(static_cast<float>(size)));
   fft->fftSetup_ = vDSP_create_fftsetup(static_cast<vDSP_Length>(fft->log2Size_), kFFTRadix2);
-  if (!fft->fftSetup_) fail("is above 16777216, or memory has run out");
-  fft->real_.resize(static_cast<size_t>(fft->halfSize_));
-  fft->imaginary_.resize(static_cast<size_t>(fft->halfSize_));
+  if (!fft->fftSetup_) fail("has no transform: it is above 16777216 or memory has run out");
+  fft->real_ = zeros(fft->halfSize_, "init");
+  fft->imaginary_ = zeros(fft->halfSize_, "init");
   fft->complexBuffer_ = {fft->real_.data(), fft->imaginary_.data()};
   return fft;
 }
@@ -83,11 +92,11 @@ void TempiFFT::forward(const std::vector<float>& samples) {
                                      windowed ? ", which the window has" : ""));
   }
   if (windowed && window_.empty()) {
-    window_.resize(size);
+    window_ = zeros(size_, "forward");
     if (windowType_ == TempiFFTWindowType::hanning) vDSP_hann_window(window_.data(), size, vDSP_HANN_NORM);
     if (windowType_ == TempiFFTWindowType::hamming) vDSP_hamm_window(window_.data(), size, 0);
   }
-  magnitudes_.resize(static_cast<size_t>(halfSize_));
+  if (magnitudes_.empty()) magnitudes_ = zeros(halfSize_, "forward");
   packedSpectrumOfSamples(fftSetup_, samples.data(), windowed ? window_.data() : nullptr, static_cast<vDSP_Length>(log2Size_),
                           complexBuffer_, magnitudes_.data());
   hasPerformedFFT_ = true;
@@ -101,8 +110,8 @@ void TempiFFT::linearBands(float minFrequency, float maxFrequency, int64_t numbe
   const float nyquist = nyquistFrequency(), bins = static_cast<float>(magnitudes_.size());
   const float highest = std::min(maxFrequency, nyquist);
   numberOfBands_ = numberOfBands;
-  std::vector<float>& magnitudes = bandMagnitudes_.emplace(static_cast<size_t>(numberOfBands));
-  std::vector<float>& frequencies = bandFrequencies_.emplace(static_cast<size_t>(numberOfBands));
+  std::vector<float>& magnitudes = bandMagnitudes_.emplace(zeros(numberOfBands, "linearBands"));
+  std::vector<float>& frequencies = bandFrequencies_.emplace(zeros(numberOfBands, "linearBands"));
   const int64_t lower = truncated(bins * minFrequency / nyquist, operation, "minFrequency");
   const int64_t upper = truncated(bins * highest / nyquist, operation, "maxFrequency");
   bandMinFreq_ = bandMaxFreq_ = std::nullopt;

@@ -20,7 +20,7 @@ enum class TempiFFTWindowType : int64_t { none = 0, hanning = 1, hamming = 2 };
 /// at a time.
 class TempiFFT {
  public:
-  /// Stops the program where size is not a power of two or below 2. `sampleRate` in Hz.
+  /// Stops the program where size is not a power of two, below 2 or above 2^24. `sampleRate` in Hz.
   static std::shared_ptr<TempiFFT> init(int64_t size, float sampleRate);
   /// Not available: stops the program.
   [[noreturn]] static std::shared_ptr<TempiFFT> init();

@@ -68,7 +68,7 @@ void vDSP_fft_zrip(const FFTSetup& setup, const DSPSplitComplex* c, vDSP_Stride 
   if (direction != kFFTDirection_Forward) {
     NSLogAndAbort(NSStringWithFormat("vDSP_fft_zrip: direction is %d, only forward transforms exist", direction));
   }
-  if (stride == 1) return transform.runSplit(c->realp, c->imagp, {c->realp, c->imagp, nullptr});
+  if (stride == 1) return transform.runSplit(c->realp, c->imagp, {c->realp, c->imagp});
   const vDSP_Stride count = vDSP_Stride{1} << (log2n - 1);
   std::vector<float> numbers(2 * count);
   float *real = numbers.data(), *imaginary = real + count;
@@ -76,7 +76,7 @@ void vDSP_fft_zrip(const FFTSetup& setup, const DSPSplitComplex* c, vDSP_Stride 
     real[n] = c->realp[n * stride];
     imaginary[n] = c->imagp[n * stride];
   }
-  transform.runSplit(real, imaginary, {real, imaginary, nullptr});
+  transform.runSplit(real, imaginary, {real, imaginary});
   for (vDSP_Stride n = 0; n < count; ++n) {
     c->realp[n * stride] = real[n];
     c->imagp[n * stride] = imaginary[n];
@@ -85,7 +85,8 @@ void vDSP_fft_zrip(const FFTSetup& setup, const DSPSplitComplex* c, vDSP_Stride 
 
 void packedSpectrumOfSamples(const FFTSetup& setup, const float* samples, const float* window, vDSP_Length log2n,
                              const DSPSplitComplex& spectrum, float* powers) {
-  transformFor("packedSpectrumOfSamples", setup, log2n).runSamples(samples, window, {spectrum.realp, spectrum.imagp, powers});
+  transformFor("packedSpectrumOfSamples", setup, log2n).runSamples(samples, window, {spectrum.realp, spectrum.imagp});
+  vDSP_zvmags(&spectrum, 1, powers, 1, vDSP_Length{1} << (log2n - 1));
 }
 
 }  // namespace vidloom

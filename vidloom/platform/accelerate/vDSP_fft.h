@@ -28,9 +28,9 @@ void vDSP_destroy_fftsetup(FFTSetup& setup);
 /// above the setup's; anything else, and another direction than forward, stops the program.
 void vDSP_fft_zrip(const FFTSetup& setup, const DSPSplitComplex* c, vDSP_Stride stride, vDSP_Length log2n, FFTDirection direction);
 
-/// The same from the samples as they come, with powers, in one go: multiplies 2^log2n samples by `window` (null: by nothing),
-/// splits them, transforms with stride 1 and fills `powers` as vDSP_zvmags does. `spectrum` and `powers` have 2^(log2n - 1) places
-/// each.
+/// The steps of a power spectrum at once, with the same results: multiplies 2^log2n samples by `window` (null: by nothing), splits
+/// them into even and odd places, transforms with stride 1 and fills `powers` as vDSP_zvmags does. `spectrum` and `powers` have
+/// 2^(log2n - 1) places each.
 void packedSpectrumOfSamples(const FFTSetup& setup, const float* samples, const float* window, vDSP_Length log2n,
                              const DSPSplitComplex& spectrum, float* powers);
 

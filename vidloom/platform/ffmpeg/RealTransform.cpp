@@ -103,7 +103,6 @@ void RealTransform::runShort(float* samples, const PackedSpectrum& spectrum) con
   const auto put = [&](size_t index, Number number) {
     spectrum.real[index] = number.real();
     spectrum.imaginary[index] = number.imag();
-    if (spectrum.powers) spectrum.powers[index] = number.real() * number.real() + number.imag() * number.imag();
   };
   put(0, {2 * (floats[0] + floats[1]), 2 * (floats[0] - floats[1])});
   const size_t count = size_ / 2;

@@ -48,9 +48,8 @@ HWY_INLINE Numbers<D> turn(D, const Numbers<D>& a) {
 
 template <class D>
 HWY_INLINE Numbers<D> load(D d, const float* row, size_t index) {
-  Numbers<D> numbers;
-  hn::LoadInterleaved2(d, row + 2 * index, numbers.re, numbers.im);
-  return numbers;
+  const auto low = hn::LoadU(d, row + 2 * index), high = hn::LoadU(d, row + 2 * index + hn::Lanes(d));
+  return {hn::ConcatEven(d, high, low), hn::ConcatOdd(d, high, low)};
 }
 
 /// The numbers from row[index] downwards.
@@ -64,7 +63,6 @@ template <class D>
 HWY_INLINE void store(D d, const Numbers<D>& numbers, const PackedSpectrum& spectrum, size_t index) {
   hn::StoreU(numbers.re, d, spectrum.real + index);
   hn::StoreU(numbers.im, d, spectrum.imaginary + index);
-  if (spectrum.powers) hn::StoreU(hn::MulAdd(numbers.re, numbers.re, hn::Mul(numbers.im, numbers.im)), d, spectrum.powers + index);
 }
 
 /// From a = z[k] and b = z[M - k] of the complex spectrum and turned = i exp(-2 pi i k / 2M) the packed numbers k and M - k.
@@ -109,7 +107,6 @@ HWY_INLINE void joinAt(D d, size_t q, const QuarterRows& rows, const QuarterRoot
 HWY_INLINE void put(std::complex<float> number, const PackedSpectrum& spectrum, size_t index) {
   spectrum.real[index] = number.real();
   spectrum.imaginary[index] = number.imag();
-  if (spectrum.powers) spectrum.powers[index] = number.real() * number.real() + number.imag() * number.imag();
 }
 
 /// The numbers at the quarters of the spectrum.
@@ -141,58 +138,65 @@ void JoinQuarters(const QuarterRows& rows, const QuarterRoots& roots, const Pack
   }
 }
 
-template <class D>
-HWY_INLINE void quarterSplit(D d, const float* real, const float* imaginary, const QuarterRows& rows) {
-  for (size_t n = 0; n < rows.length; n += hn::Lanes(d)) {
-    hn::Vec<D> re0, re1, re2, re3, im0, im1, im2, im3;
-    hn::LoadInterleaved4(d, real + 4 * n, re0, re1, re2, re3);
-    hn::LoadInterleaved4(d, imaginary + 4 * n, im0, im1, im2, im3);
-    hn::StoreInterleaved2(re0, im0, d, rows.row(0) + 2 * n);
-    hn::StoreInterleaved2(re1, im1, d, rows.row(1) + 2 * n);
-    hn::StoreInterleaved2(re2, im2, d, rows.row(2) + 2 * n);
-    hn::StoreInterleaved2(re3, im3, d, rows.row(3) + 2 * n);
-  }
+using Floats = hn::CappedTag<float, 16>;
+using Pairs = hn::Repartition<uint64_t, Floats>;
+using FloatVector = hn::Vec<Floats>;
+
+/// Numbers 4n and 4n + 1 (low), 4n + 2 and 4n + 3 (high) in turn, for as many n as a vector has room for.
+struct HalfSorted {
+  FloatVector low, high;
+};
+
+/// The numbers at even places of two vectors.
+HWY_INLINE FloatVector evenNumbers(FloatVector first, FloatVector second) {
+  const Pairs pairs;
+  return hn::BitCast(Floats(), hn::ConcatEven(pairs, hn::BitCast(pairs, second), hn::BitCast(pairs, first)));
+}
+
+HWY_INLINE FloatVector oddNumbers(FloatVector first, FloatVector second) {
+  const Pairs pairs;
+  return hn::BitCast(Floats(), hn::ConcatOdd(pairs, hn::BitCast(pairs, second), hn::BitCast(pairs, first)));
+}
+
+HWY_INLINE HalfSorted interleaved(const float* real, const float* imaginary) {
+  const Floats floats;
+  const FloatVector re = hn::LoadU(floats, real), im = hn::LoadU(floats, imaginary);
+  return {hn::InterleaveLower(floats, re, im), hn::InterleaveUpper(floats, re, im)};
 }
 
 void QuarterSplitNumbers(const float* real, const float* imaginary, const QuarterRows& rows) {
-  if (rows.length >= 16) {
-    quarterSplit(hn::CappedTag<float, 16>(), real, imaginary, rows);
-  } else {
-    quarterSplit(hn::CappedTag<float, 4>(), real, imaginary, rows);
+  const Floats floats;
+  const size_t lanes = hn::Lanes(floats);
+  for (size_t n = 0; n < rows.length; n += lanes / 2) {
+    const HalfSorted first = interleaved(real + 4 * n, imaginary + 4 * n);
+    const HalfSorted second = interleaved(real + 4 * n + lanes, imaginary + 4 * n + lanes);
+    hn::Store(evenNumbers(first.low, second.low), floats, rows.row(0) + 2 * n);
+    hn::Store(oddNumbers(first.low, second.low), floats, rows.row(1) + 2 * n);
+    hn::Store(evenNumbers(first.high, second.high), floats, rows.row(2) + 2 * n);
+    hn::Store(oddNumbers(first.high, second.high), floats, rows.row(3) + 2 * n);
   }
 }
 
-using Pairs = hn::CappedTag<uint64_t, 8>;
-using PairFloats = hn::Repartition<float, Pairs>;
-
-HWY_INLINE void storePairs(hn::Vec<Pairs> pairs, float* floats) {
-  hn::StoreU(hn::BitCast(PairFloats(), pairs), PairFloats(), floats);
-}
-
-HWY_INLINE hn::Vec<Pairs> multiplyPairs(hn::Vec<Pairs> a, hn::Vec<Pairs> b) {
-  const PairFloats floats;
-  return hn::BitCast(Pairs(), hn::Mul(hn::BitCast(floats, a), hn::BitCast(floats, b)));
+template <class Load>
+HWY_INLINE void sortSamples(const QuarterRows& rows, Load load) {
+  const Floats floats;
+  const size_t lanes = hn::Lanes(floats);
+  for (size_t n = 0; n < rows.length; n += lanes / 2) {
+    const FloatVector a = load(8 * n), b = load(8 * n + lanes), c = load(8 * n + 2 * lanes), d = load(8 * n + 3 * lanes);
+    const FloatVector even0 = evenNumbers(a, b), even1 = evenNumbers(c, d), odd0 = oddNumbers(a, b), odd1 = oddNumbers(c, d);
+    hn::Store(evenNumbers(even0, even1), floats, rows.row(0) + 2 * n);
+    hn::Store(evenNumbers(odd0, odd1), floats, rows.row(1) + 2 * n);
+    hn::Store(oddNumbers(even0, even1), floats, rows.row(2) + 2 * n);
+    hn::Store(oddNumbers(odd0, odd1), floats, rows.row(3) + 2 * n);
+  }
 }
 
 void QuarterSamples(const float* samples, const float* window, const QuarterRows& rows) {
-  const Pairs pairs;
-  const auto* in = reinterpret_cast<const uint64_t*>(samples);
-  const auto* factors = reinterpret_cast<const uint64_t*>(window);
-  for (size_t n = 0; n < rows.length; n += hn::Lanes(pairs)) {
-    hn::Vec<Pairs> row0, row1, row2, row3;
-    hn::LoadInterleaved4(pairs, in + 4 * n, row0, row1, row2, row3);
-    if (factors) {
-      hn::Vec<Pairs> factor0, factor1, factor2, factor3;
-      hn::LoadInterleaved4(pairs, factors + 4 * n, factor0, factor1, factor2, factor3);
-      row0 = multiplyPairs(row0, factor0);
-      row1 = multiplyPairs(row1, factor1);
-      row2 = multiplyPairs(row2, factor2);
-      row3 = multiplyPairs(row3, factor3);
-    }
-    storePairs(row0, rows.row(0) + 2 * n);
-    storePairs(row1, rows.row(1) + 2 * n);
-    storePairs(row2, rows.row(2) + 2 * n);
-    storePairs(row3, rows.row(3) + 2 * n);
+  const Floats floats;
+  if (window) {
+    sortSamples(rows, [&](size_t place) { return hn::Mul(hn::LoadU(floats, samples + place), hn::LoadU(floats, window + place)); });
+  } else {
+    sortSamples(rows, [&](size_t place) { return hn::LoadU(floats, samples + place); });
   }
 }
 

@@ -5,8 +5,8 @@
 
 namespace vidloom {
 
-/// Four rows of complex numbers, real and imaginary parts in turn; `length` numbers in a row, a power of two from 8 on. Row r of
-/// 4 length numbers z holds z[4n + r].
+/// Four rows, aligned to 64 bytes, of complex numbers, real and imaginary parts in turn; `length` numbers in a row, a power of two
+/// from 8 on. Row r of 4 length numbers z holds z[4n + r].
 struct QuarterRows {
   float* row(size_t index) const { return floats + index * floatsPerRow; }
   float* floats;
@@ -20,7 +20,6 @@ struct QuarterRoots {
 
 struct PackedSpectrum {
   float *real, *imaginary;
-  float* powers;  ///< null where nobody wants them
 };
 
 /// Fills the rows with the numbers whose parts stand in two arrays.
