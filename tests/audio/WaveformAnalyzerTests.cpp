@@ -172,7 +172,8 @@ TEST(WaveformAnalyzer, GathersSpectraOfOverlappingBlocks) {
 }
 
 TEST(WaveformAnalyzer, HandsSpectraOverOneByOne) {
-  Analysis gathering(tone(700, 8000)), streaming(tone(700, 8000));
+  const auto file = tone(700, 8000);
+  Analysis gathering(file), streaming(file);
   WaveformFFTSetting setting;
   gathering.analyzer->samples(10, setting);
   std::vector<std::vector<float>> bands;
@@ -183,6 +184,7 @@ TEST(WaveformAnalyzer, HandsSpectraOverOneByOne) {
   };
   streaming.analyzer->samples(10, setting);
   ASSERT_TRUE(gathering.recorder->wait() && streaming.recorder->wait());
+  ASSERT_EQ(gathering.recorder->analyses.size() + streaming.recorder->analyses.size(), 2U);
   EXPECT_TRUE(streaming.recorder->analyses.front().fft->empty());
   const auto& gathered = *gathering.recorder->analyses.front().fft;
   ASSERT_EQ(bands.size(), gathered.size());
