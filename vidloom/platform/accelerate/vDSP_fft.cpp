@@ -18,12 +18,14 @@ constexpr vDSP_Length kLargestLog2 = 24;
 /// The largest size is made with the setup, the others when they are first asked for.
 class OpaqueFFTSetup {
  public:
-  explicit OpaqueFFTSetup(vDSP_Length log2n) : largest_(log2n) {}
+  explicit OpaqueFFTSetup(vDSP_Length log2n)
+      : largest_(log2n), largestTransform_(log2n == 0 ? nullptr : RealTransform::make(static_cast<int>(log2n))) {}
   vDSP_Length largest() const { return largest_; }
 
   /// Null where memory has run out.
   const RealTransform* transform(vDSP_Length log2n) const {
-    Size& size = sizes_[log2n];
+    if (log2n == largest_) return largestTransform_.get();
+    Size& size = smaller_[log2n];
     std::call_once(size.made, [&] { size.transform = RealTransform::make(static_cast<int>(log2n)); });
     return size.transform.get();
   }
@@ -34,7 +36,8 @@ class OpaqueFFTSetup {
     std::unique_ptr<const RealTransform> transform;
   };
   const vDSP_Length largest_;
-  mutable std::array<Size, kLargestLog2 + 1> sizes_;
+  const std::unique_ptr<const RealTransform> largestTransform_;
+  mutable std::array<Size, kLargestLog2> smaller_;
 };
 
 namespace {

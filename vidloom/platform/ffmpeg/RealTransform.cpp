@@ -13,6 +13,7 @@ namespace {
 constexpr size_t kLongestShort = 32;
 // Rows a power of two apart would share a few lines of the cache.
 constexpr size_t kRowPaddingFloats = 16;
+constexpr size_t kLongestOnStackFloats = 2048;
 // What a thread keeps for its next transform; longer ones give back what they take.
 constexpr size_t kLongestKeptFloats = size_t{1} << 19;
 
@@ -20,9 +21,13 @@ std::complex<double> unitRoot(size_t index, size_t size) {
   return std::polar(1.0, -2 * std::numbers::pi * static_cast<double>(index) / static_cast<double>(size));
 }
 
-/// Calls body with an array of `count` floats.
+/// Calls body with an array of `count` floats, aligned for complex transforms.
 template <class Body>
 void withScratch(size_t count, Body body) {
+  if (count <= kLongestOnStackFloats) {
+    alignas(ComplexTransform::kAlignment) float scratch[kLongestOnStackFloats];
+    return body(scratch);
+  }
   static thread_local AlignedFloats kept;
   try {
     if (count > kLongestKeptFloats) {
