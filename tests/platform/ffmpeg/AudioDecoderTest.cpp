@@ -156,7 +156,7 @@ TEST(AudioDecoder, FoldsDownByTheRecommendation) {
 
 std::vector<int16_t> native16(AudioDecoder& decoder, int block) {
   std::vector<int16_t> all, part(static_cast<size_t>(block * decoder.channels()));
-  for (int count; (count = decoder.readNextNative16(part.data(), block)) > 0;) {
+  for (int count; (count = decoder.readNextNative16(part.data(), block).frameCount) > 0;) {
     all.insert(all.end(), part.begin(), part.begin() + count * decoder.channels());
   }
   return all;

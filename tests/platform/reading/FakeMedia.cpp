@@ -75,7 +75,7 @@ class FakeAudioDecoder : public AudioDecoder {
     for (int i = 0; i < 2 * frameCount; ++i) interleavedStereo[i] = file_->sound_(firstFrame + i / 2, i % 2);
     return !isCancelled_;
   }
-  int readNextNative16(int16_t*, int) override { return 0; }
+  NativeSound readNextNative16(int16_t*, int) override { return {}; }
   int channels() const override { return 2; }
   void cancel() override { isCancelled_ = true; }
 

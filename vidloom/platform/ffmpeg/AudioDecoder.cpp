@@ -13,10 +13,18 @@ namespace vidloom {
 
 namespace {
 
-/// Samples [first, end) of media time.
+/// Samples [first, end).
 struct SampleRange {
   int64_t first = 0, end = 0;
 };
+
+/// An edit that shows something.
+struct NativeEdit {
+  SampleRange media;
+  int64_t firstFrame = 0;  ///< counted from the beginning of the first one
+};
+
+constexpr int64_t kMostSilentSeconds = 86400;  // more of it comes of damaged time stamps
 
 int64_t sampleAt(const CMTime& time, int rate) {
   return static_cast<int64_t>(
@@ -27,10 +35,14 @@ class FileAudioDecoder final : public AudioDecoder {
  public:
   explicit FileAudioDecoder(std::unique_ptr<SoundDecoder> decoder)
       : decoder_(std::move(decoder)), channels_(decoder_->packets().track().channels) {
+    silenceLeft_ = kMostSilentSeconds * decoder_->rate();
+    std::optional<int64_t> origin;
     for (const MediaEdit& edit : decoder_->packets().track().edits) {
       if (edit.isEmpty()) continue;
-      const int64_t first = sampleAt(edit.mediaStart, decoder_->rate());
-      edits_.push_back({first, first + sampleAt(edit.target.duration, decoder_->rate())});
+      const int64_t first = sampleAt(edit.mediaStart, decoder_->rate()), at = sampleAt(edit.target.start, decoder_->rate());
+      const int64_t count = sampleAt(CMTimeRangeGetEnd(edit.target), decoder_->rate()) - at;
+      if (!origin) origin = at;
+      edits_.push_back({{first, first + count}, at - *origin});
     }
   }
 
@@ -45,23 +57,60 @@ class FileAudioDecoder final : public AudioDecoder {
     });
   }
 
-  int readNextNative16(int16_t* interleaved, int maxFrames) override {
-    while (edit_ < edits_.size() && nativeAt_.value_or(edits_[edit_].first) >= edits_[edit_].end) {
-      ++edit_;
-      nativeAt_.reset();
+  NativeSound readNextNative16(int16_t* interleaved, int maxFrames) override {
+    NativeSound sound;
+    while (sound.frameCount < maxFrames && findSound()) {
+      const int64_t frame = edits_[edit_].firstFrame + mediaAt_ - edits_[edit_].media.first;
+      const int64_t silence = hasBegun_ ? std::min(frame - nativeFrame_, silenceLeft_) : 0;
+      if (silence == 0 && frame != nativeFrame_) {
+        if (sound.frameCount > 0) break;
+        nativeFrame_ = frame;
+      }
+      if (sound.frameCount == 0) sound.firstFrame = nativeFrame_;
+      int16_t* const out = interleaved + ptrdiff_t{sound.frameCount} * channels_;
+      const int room = maxFrames - sound.frameCount;
+      const int count = silence > 0 ? giveSilence(std::min<int64_t>(silence, room), out) : giveSound(room, out);
+      sound.frameCount += count;
+      nativeFrame_ += count;
     }
-    if (edit_ >= edits_.size() || maxFrames <= 0) return 0;
-    const int64_t first = nativeAt_.value_or(edits_[edit_].first);
-    const int count = static_cast<int>(std::min<int64_t>(maxFrames, edits_[edit_].end - first));
-    std::fill_n(interleaved, ptrdiff_t{count} * channels_, int16_t{0});
-    const bool going = forEachStretch({first, first + count}, [&](int offset, int64_t at, int stretch) {
-      ChannelFold::native16(*block_.frame, offset, stretch, channels_, interleaved + (at - first) * channels_);
-    });
-    nativeAt_ = first + count;
-    return going ? count : 0;
+    return decoder_->packets().isCancelled() ? NativeSound{} : sound;
   }
 
  private:
+  /// Goes on to the next sound that an edit shows: that of block_ from mediaAt_ on. False at the end and after cancel().
+  bool findSound() {
+    for (; edit_ < edits_.size(); ++edit_, isInEdit_ = false) {
+      const SampleRange& range = edits_[edit_].media;
+      if (!isInEdit_) {
+        mediaAt_ = range.first;
+        if (!goTo(mediaAt_)) return false;
+        isInEdit_ = true;
+      }
+      while (!atEnd_ && (!hasBlock_ || block_.end <= mediaAt_)) {
+        if (!advance()) return false;
+      }
+      if (atEnd_) continue;
+      mediaAt_ = std::max(mediaAt_, block_.first);
+      if (mediaAt_ < range.end) return true;
+    }
+    return false;
+  }
+
+  int giveSilence(int64_t count, int16_t* out) {
+    std::fill_n(out, count * channels_, int16_t{0});
+    silenceLeft_ -= count;
+    return static_cast<int>(count);
+  }
+
+  int giveSound(int room, int16_t* out) {
+    const int64_t there = std::min(block_.end, edits_[edit_].media.end) - mediaAt_;
+    const int count = static_cast<int>(std::min<int64_t>(room, there));
+    ChannelFold::native16(*block_.frame, static_cast<int>(mediaAt_ - block_.first), count, channels_, out);
+    mediaAt_ += count;
+    hasBegun_ = true;
+    return count;
+  }
+
   /// Calls `use` for every stretch of the range that there is sound for: where it is in block_, its sample number and length.
   template <typename Use>
   bool forEachStretch(const SampleRange& range, const Use& use) {
@@ -105,9 +154,14 @@ class FileAudioDecoder final : public AudioDecoder {
   SoundBlock block_;
   bool hasBlock_ = false, atEnd_ = false;
   int64_t lowest_ = std::numeric_limits<int64_t>::min();  ///< samples from here on can still be had without a jump
-  std::vector<SampleRange> edits_;
+
+  std::vector<NativeEdit> edits_;
   size_t edit_ = 0;
-  std::optional<int64_t> nativeAt_;
+  bool isInEdit_ = false;    ///< mediaAt_ is in that edit
+  bool hasBegun_ = false;    ///< some sound was given
+  int64_t mediaAt_ = 0;      ///< the sample that is given next
+  int64_t nativeFrame_ = 0;  ///< and its number as a frame, unless silence comes first
+  int64_t silenceLeft_ = 0;
 };
 
 }  // namespace

@@ -1,7 +1,10 @@
 #include "vidloom/platform/ffmpeg/ChannelFold.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+
+#include "vidloom/platform/ffmpeg/SampleKernels.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -14,6 +17,7 @@ namespace vidloom {
 namespace {
 
 constexpr float kMinus3dB = 0.70710678f;
+constexpr int kPiece = 512;  // samples
 
 FoldGain gainOf(AVChannel channel) {
   switch (channel) {
@@ -62,16 +66,32 @@ float toFloat(int64_t sample) { return static_cast<float>(static_cast<double>(sa
 float toFloat(float sample) { return sample; }
 float toFloat(double sample) { return static_cast<float>(sample); }
 
-int16_t saturated(double sample) {
-  if (!(sample == sample)) return 0;
-  return static_cast<int16_t>(std::lrint(std::clamp(sample * 32768.0, -32768.0, 32767.0)));
-}
 int16_t to16(uint8_t sample) { return static_cast<int16_t>((sample - 128) * 256); }
 int16_t to16(int16_t sample) { return sample; }
 int16_t to16(int32_t sample) { return static_cast<int16_t>(sample >> 16); }
 int16_t to16(int64_t sample) { return static_cast<int16_t>(sample >> 48); }
-int16_t to16(float sample) { return saturated(sample); }
-int16_t to16(double sample) { return saturated(sample); }
+int16_t to16(double sample) {
+  if (!(sample == sample)) return 0;
+  return static_cast<int16_t>(std::lrint(std::clamp(sample * 32768.0, -32768.0, 32767.0)));
+}
+
+template <typename Sample>
+void allTo16(const Sample* samples, int64_t count, int16_t* out) {
+  for (int64_t i = 0; i < count; ++i) out[i] = to16(samples[i]);
+}
+void allTo16(const int16_t* samples, int64_t count, int16_t* out) { std::copy_n(samples, count, out); }
+void allTo16(const float* samples, int64_t count, int16_t* out) { floatsTo16(samples, count, out); }
+
+template <typename Sample>
+void pairTo16(const Sample* left, const Sample* right, int64_t count, int16_t* interleaved) {
+  for (int64_t i = 0; i < count; ++i) {
+    interleaved[2 * i] = to16(left[i]);
+    interleaved[2 * i + 1] = to16(right[i]);
+  }
+}
+void pairTo16(const float* left, const float* right, int64_t count, int16_t* interleaved) {
+  floatPairTo16(left, right, count, interleaved);
+}
 
 /// The samples of one channel: `step` apart.
 template <typename Sample>
@@ -127,6 +147,19 @@ void copyPair(ChannelView<Sample> left, ChannelView<Sample> right, int count, fl
   }
 }
 
+/// One channel among others, in pieces that stay in the processor's cache.
+template <typename Sample>
+void spread(ChannelView<Sample> view, int count, int16_t* out, int outStep) {
+  std::array<Sample, kPiece> samples;
+  std::array<int16_t, kPiece> converted;
+  for (int at = 0; at < count; at += kPiece) {
+    const int some = std::min(kPiece, count - at);
+    for (int i = 0; i < some; ++i) samples[static_cast<size_t>(i)] = view.samples[ptrdiff_t{at + i} * view.step];
+    allTo16(samples.data(), some, converted.data());
+    for (int i = 0; i < some; ++i) out[ptrdiff_t{at + i} * outStep] = converted[static_cast<size_t>(i)];
+  }
+}
+
 bool isPlainPair(const std::vector<FoldGain>& gains) {
   if (gains.size() == 1) return true;
   return gains.size() == 2 && gains[0].left == 1 && gains[0].right == 0 && gains[1].left == 0 && gains[1].right == 1;
@@ -179,11 +212,16 @@ void ChannelFold::stereo(const AVFrame& frame, int offset, int count, float* int
 void ChannelFold::native16(const AVFrame& frame, int offset, int count, int channels, int16_t* interleaved) {
   withSampleType(frame, [&](const auto* type) {
     using Sample = std::remove_cv_t<std::remove_pointer_t<decltype(type)>>;
+    const int there = frame.ch_layout.nb_channels;
+    const ChannelView<Sample> first = channelOf<Sample>(frame, 0, offset);
+    if (there == channels && first.step == channels) return allTo16(first.samples, int64_t{count} * channels, interleaved);
+    if (there == 2 && channels == 2)
+      return pairTo16(first.samples, channelOf<Sample>(frame, 1, offset).samples, count, interleaved);
     for (int channel = 0; channel < channels; ++channel) {
-      const bool there = channel < frame.ch_layout.nb_channels;
-      const ChannelView<Sample> view = channelOf<Sample>(frame, there ? channel : 0, offset);
-      for (int i = 0; i < count; ++i) {
-        interleaved[ptrdiff_t{i} * channels + channel] = there ? to16(view.samples[ptrdiff_t{i} * view.step]) : int16_t{0};
+      if (channel < there) {
+        spread(channelOf<Sample>(frame, channel, offset), count, interleaved + channel, channels);
+      } else {
+        for (int i = 0; i < count; ++i) interleaved[ptrdiff_t{i} * channels + channel] = 0;
       }
     }
   });

@@ -18,7 +18,9 @@ constexpr unsigned kProbeBytes = 1024 * 1024;
 constexpr int kProbePackets = 2;
 
 constexpr std::string_view kMovie = "mov,mp4,m4a,3gp,3g2,mj2";
-constexpr std::array<std::string_view, 9> kContainers{kMovie, "matroska,webm", "avi", "mpegts", "mp3", "wav", "flac", "ogg", "aac"};
+constexpr std::string_view kWave = "wav";
+constexpr std::array<std::string_view, 9> kContainers{kMovie, "matroska,webm", "avi", "mpegts", "mp3", kWave, "flac", "ogg", "aac"};
+constexpr int kWavePacketBytes = 32 * 1024;  // its own packets cost more to pass on than to decode
 
 constexpr std::array kCodecs{
     AV_CODEC_ID_H264,       AV_CODEC_ID_HEVC,       AV_CODEC_ID_VP8,       AV_CODEC_ID_VP9,       AV_CODEC_ID_AV1,
@@ -98,6 +100,7 @@ int Demuxer::openInput(const AVInputFormat* format, int maxStreams, const std::s
     av_dict_set(&options, "ignore_chapters", "1", 0);
     av_dict_set(&options, "enable_drefs", "0", 0);
   }
+  if (format->name == kWave) av_dict_set_int(&options, "max_size", kWavePacketBytes, 0);
   const int result = avformat_open_input(&context, "", format, &options);
   av_dict_free(&options);
   if (result < 0) return result;

@@ -22,7 +22,12 @@ namespace vidloom {
 namespace {
 
 constexpr int kMostInspectedPackets = 2000, kMostErrorsInARow = 100;
-constexpr int64_t kLargestWholeScanBytes = int64_t{192} << 20, kHeadBytes = int64_t{16} << 20, kTailBytes = int64_t{32} << 20;
+/// How much of a large file is read for its times.
+struct ScanWindow {
+  int64_t largestWholeBytes, headBytes, tailBytes;
+};
+constexpr ScanWindow kPacketWindow{int64_t{192} << 20, int64_t{16} << 20, int64_t{32} << 20};
+constexpr ScanWindow kSampleWindow{int64_t{1} << 20, int64_t{128} << 10, int64_t{256} << 10};  // where time is a matter of bytes
 constexpr double kWidestPixel = 32;
 constexpr int kCoverStreams = 32;  // that a movie may have beside its tracks
 
@@ -129,14 +134,22 @@ void MediaFileBuilder::prepareInspection() {
   }
 }
 
-/// Reads packets until the streams are understood, or all of them where the times have to come from the packets. Of very large
-/// files the middle is left out, unless a track turns out to end there.
+int MediaFileBuilder::sampleBytes() const {
+  const AVFormatContext& context = demuxer_->context();
+  if (file_->container() != "wav" || context.nb_streams != 1) return 0;
+  const AVCodecParameters& codec = *context.streams[0]->codecpar;
+  return av_get_exact_bits_per_sample(codec.codec_id) * codec.ch_layout.nb_channels / 8;
+}
+
+/// Reads packets until the streams are understood, or all of them where the times have to come from the packets. Of large files
+/// the middle is left out, unless a track turns out to end there.
 bool MediaFileBuilder::readPackets() {
   isScanned_ = !movie_ || movie_->isFragmented();
   prepareInspection();
-  const bool seeksWell = file_->container() == "matroska,webm" || file_->container() == "mpegts" || file_->container() == "avi" ||
-                         file_->container() == "wav";
-  for (bool mayJump = seeksWell && bytes_->size() > kLargestWholeScanBytes;; mayJump = false) {
+  const bool seeksWell =
+      file_->container() == "matroska,webm" || file_->container() == "mpegts" || file_->container() == "avi" || sampleBytes() > 0;
+  const int64_t largestWhole = (sampleBytes() > 0 ? kSampleWindow : kPacketWindow).largestWholeBytes;
+  for (bool mayJump = seeksWell && bytes_->size() > largestWhole;; mayJump = false) {
     PacketScan scan(demuxer_->context(), scans_);
     if (!readRun(scan, mayJump)) return false;
     const bool isEnough = scan.sawAllAtTheEnd();
@@ -153,11 +166,12 @@ bool MediaFileBuilder::readPackets() {
 bool MediaFileBuilder::readRun(PacketScan& scan, bool mayJump) {
   AvPacketPointer packet(av_packet_alloc());
   int errorsInARow = 0;
+  const int64_t headBytes = (sampleBytes() > 0 ? kSampleWindow : kPacketWindow).headBytes;
   for (int count = 0; packet && errorsInARow < kMostErrorsInARow; ++count) {
     const bool anyLeft =
         std::any_of(inspectors_.begin(), inspectors_.end(), [](const auto& item) { return !item.second.isDone(); });
     if (!isScanned_ && (!anyLeft || count >= kMostInspectedPackets)) break;
-    if (mayJump && avio_tell(demuxer_->context().pb) > kHeadBytes) {
+    if (mayJump && avio_tell(demuxer_->context().pb) > headBytes) {
       mayJump = false;
       if (jumpToTail()) scan.jump();
     }
@@ -176,11 +190,15 @@ bool MediaFileBuilder::readRun(PacketScan& scan, bool mayJump) {
 
 bool MediaFileBuilder::jumpToTail() {
   AVFormatContext& context = demuxer_->context();
-  const int64_t size = bytes_->size();
-  if (file_->container() == "mpegts") return av_seek_frame(&context, -1, size - kTailBytes, AVSEEK_FLAG_BYTE) >= 0;
+  const int64_t size = bytes_->size(), tailBytes = kPacketWindow.tailBytes;
+  if (const int bytes = sampleBytes()) {
+    const int64_t skipped = (size - kSampleWindow.tailBytes - avio_tell(context.pb)) / bytes;
+    return av_seek_frame(&context, 0, scans_[0].times.endPts + skipped, AVSEEK_FLAG_BACKWARD) >= 0;
+  }
+  if (file_->container() == "mpegts") return av_seek_frame(&context, -1, size - tailBytes, AVSEEK_FLAG_BYTE) >= 0;
   if (context.duration <= 0) return false;
   const int64_t start = context.start_time == AV_NOPTS_VALUE ? 0 : context.start_time;
-  const int64_t target = start + av_rescale(context.duration, size - kTailBytes, size);
+  const int64_t target = start + av_rescale(context.duration, size - tailBytes, size);
   return av_seek_frame(&context, -1, target, AVSEEK_FLAG_BACKWARD) >= 0;
 }
 

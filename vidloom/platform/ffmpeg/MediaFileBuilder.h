@@ -25,6 +25,8 @@ class MediaFileBuilder {
   bool readContainer();
   void prepareInspection();
   bool needsInspection(int streamIndex) const;
+  /// Of every sample of a file that holds nothing but samples of one size, of all channels together; 0 of other files.
+  int sampleBytes() const;
   bool readPackets();
   bool readRun(PacketScan& scan, bool mayJump);
   bool jumpToTail();

@@ -57,9 +57,11 @@ int64_t soundLength(const ScannedTrack& item, int64_t oneTick) {
   return (scan.times.sampleCount - 1) * item.source->soundPacketFrames + toSamples(scan.lastDuration, item);
 }
 
-int packetFramesOf(const ScannedTrack& item) {
+/// Uncompressed sound with exact time stamps can be jumped into anywhere: its packets keep to no grid.
+int packetFramesOf(const ScannedTrack& item, int64_t oneTick) {
   const AVCodecParameters& codec = *item.source->parameters;
   const int frameBits = av_get_exact_bits_per_sample(codec.codec_id) * codec.ch_layout.nb_channels;
+  if (frameBits > 0 && oneTick <= 1) return 0;
   return frameBits > 0 ? static_cast<int>(item.scan->firstBytes * 8 / frameBits) : item.source->soundPacketFrames;
 }
 
@@ -69,7 +71,7 @@ SoundExtent placeSound(const ScannedTrack& item) {
   const auto rate = static_cast<int>(item.track->sampleRate);
   const int64_t oneTick = av_rescale_q_rnd(1, timeBaseOf(source), {1, rate}, AV_ROUND_UP);
   const int skip = skippedFrames(item);
-  source.soundPacketFrames = packetFramesOf(item);
+  source.soundPacketFrames = packetFramesOf(item, oneTick);
   if (!isEven(item, source.soundPacketFrames, oneTick)) source.soundPacketFrames = 0;
   source.hasSoundAnchor = true;
   source.soundAnchor = toSamples(scan.times.firstPts, item);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "vidloom/platform/dispatch/dispatch.h"
 #include "vidloom/platform/reading/AudioSamples.h"
@@ -12,14 +13,12 @@ namespace vidloom {
 
 namespace {
 
-std::vector<uint8_t> bytesOf(const int16_t* samples, size_t count, bool isFloat) {
-  std::vector<uint8_t> bytes(count * (isFloat ? sizeof(float) : sizeof(int16_t)));
-  if (!isFloat) {
-    std::memcpy(bytes.data(), samples, bytes.size());
-    return bytes;
-  }
-  for (size_t i = 0; i < count; ++i) {
-    const float value = static_cast<float>(samples[i]) / 32768.0f;
+std::vector<uint8_t> asFloats(const std::vector<uint8_t>& integers) {
+  std::vector<uint8_t> bytes(integers.size() / sizeof(int16_t) * sizeof(float));
+  for (size_t i = 0; i < integers.size() / sizeof(int16_t); ++i) {
+    int16_t sample = 0;
+    std::memcpy(&sample, &integers[i * sizeof sample], sizeof sample);
+    const float value = static_cast<float>(sample) / 32768.0f;
     std::memcpy(&bytes[i * sizeof value], &value, sizeof value);
   }
   return bytes;
@@ -55,19 +54,24 @@ bool TrackSoundSource::open(std::optional<NSError>* error) {
   const ExactTime start = ExactTime(setup_.range.start) - ExactTime(setup_.track->timeRange().start);
   firstFrame_ = std::max<int64_t>(0, start.ceilTicks(format_.sampleRate));
   endFrame_ = (start + ExactTime(setup_.range.duration)).ceilTicks(format_.sampleRate);
-  block_.resize(static_cast<size_t>(setup_.blockFrames) * static_cast<size_t>(format_.channels));
   return true;
 }
 
-int TrackSoundSource::readBlock() {
+NativeSound TrackSoundSource::readBlock() {
+  const size_t frameBytes = static_cast<size_t>(format_.channels) * sizeof(int16_t);
   while (!isCancelled_) {
-    const int64_t until = frame_ < firstFrame_ ? firstFrame_ : endFrame_;
-    const auto wanted = static_cast<int>(std::min<int64_t>(setup_.blockFrames, until - frame_));
-    const int count = wanted > 0 ? decoder_->readNextNative16(block_.data(), wanted) : 0;
-    frame_ += count;
-    if (count == 0 || frame_ > firstFrame_) return count;
+    block_.resize(static_cast<size_t>(setup_.blockFrames) * frameBytes);
+    NativeSound sound = decoder_->readNextNative16(reinterpret_cast<int16_t*>(block_.data()), setup_.blockFrames);
+    if (sound.frameCount == 0 || sound.firstFrame >= endFrame_) break;
+    const int64_t end = std::min(sound.firstFrame + sound.frameCount, endFrame_), first = std::max(sound.firstFrame, firstFrame_);
+    if (end <= first) continue;
+    block_.erase(block_.begin() + static_cast<ptrdiff_t>(end - sound.firstFrame) * static_cast<ptrdiff_t>(frameBytes),
+                 block_.end());
+    block_.erase(block_.begin(),
+                 block_.begin() + static_cast<ptrdiff_t>(first - sound.firstFrame) * static_cast<ptrdiff_t>(frameBytes));
+    return {first, static_cast<int>(end - first)};
   }
-  return 0;
+  return {};
 }
 
 CMSampleBufferRef TrackSoundSource::next(std::optional<NSError>* error) {
@@ -75,11 +79,10 @@ CMSampleBufferRef TrackSoundSource::next(std::optional<NSError>* error) {
     if (isCancelled_ && error) error->reset();
     return nullptr;
   }
-  const int count = readBlock();
-  if (count == 0 || isCancelled_) return nullptr;
-  const size_t values = static_cast<size_t>(count) * static_cast<size_t>(format_.channels);
-  const CMTime time = CMTimeAdd(setup_.track->timeRange().start, CMTimeMake(frame_ - count, format_.sampleRate));
-  return audioSample(bytesOf(block_.data(), values, setup_.isFloat), description_, count, time);
+  const NativeSound sound = readBlock();
+  if (sound.frameCount == 0 || isCancelled_) return nullptr;
+  const CMTime time = CMTimeAdd(setup_.track->timeRange().start, CMTimeMake(sound.firstFrame, format_.sampleRate));
+  return audioSample(setup_.isFloat ? asFloats(block_) : std::exchange(block_, {}), description_, sound.frameCount, time);
 }
 
 }  // namespace vidloom

@@ -12,7 +12,8 @@
 
 namespace vidloom {
 
-/// 16-bit integers or floats in the track's own rate and channels. Sample n stands for the track's start + n / rate.
+/// 16-bit integers or floats in the track's own rate and channels, from the first sound of the range that can be decoded to the
+/// last one. Sample n of the track stands for its start + n / rate.
 class TrackSoundSource : public SampleSource {
  public:
   struct Setup {
@@ -30,17 +31,16 @@ class TrackSoundSource : public SampleSource {
 
  private:
   bool open(std::optional<NSError>* error);
-  /// Reads the next frames, skipping those before the range. Their number; 0 at the end.
-  int readBlock();
+  /// The next frames of the range. Empty at the end.
+  NativeSound readBlock();
 
   const Setup setup_;
   std::shared_ptr<AudioDecoderPool> pool_;
   AudioDecoder* decoder_ = nullptr;
   AudioFormat format_;
   CMFormatDescriptionRef description_;
-  std::vector<int16_t> block_;
+  std::vector<uint8_t> block_;             ///< 16-bit integers
   int64_t firstFrame_ = 0, endFrame_ = 0;  ///< of the range
-  int64_t frame_ = 0;                      ///< how many were read
   std::atomic<bool> isCancelled_{false};
 };
 
