@@ -15,6 +15,8 @@ void addExportCommand(CLI::App& app, CommandRun& run);
 void addProbeCommand(CLI::App& app, CommandRun& run);
 void addFrameCommand(CLI::App& app, CommandRun& run);
 void addPlacementCommand(CLI::App& app, CommandRun& run);
+void addWaveformCommand(CLI::App& app, CommandRun& run);
+void addSpectrumCommand(CLI::App& app, CommandRun& run);
 void addValidateCommand(CLI::App& app, CommandRun& run);
 
 }  // namespace vidloom

@@ -59,4 +59,9 @@ std::string textOf(const NSError& error) {
   return text.empty() ? error.description() : text;
 }
 
+std::string textOf(const NSError& error, const std::filesystem::path& file) {
+  const std::string text = textOf(error);
+  return text.find(file.filename().string()) == std::string::npos ? file.string() + ": " + text : text;
+}
+
 }  // namespace vidloom

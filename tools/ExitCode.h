@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include "vidloom/platform/foundation/NSError.h"
@@ -23,5 +24,7 @@ ExitCode exitCodeOf(const NSError& error);
 
 /// The descriptions along the chain of underlying errors, each said once.
 std::string textOf(const NSError& error);
+/// The same after the file's name, where that is not in it.
+std::string textOf(const NSError& error, const std::filesystem::path& file);
 
 }  // namespace vidloom

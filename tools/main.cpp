@@ -18,6 +18,8 @@ ExitCode runCommand(int argc, char** argv) {
   addFrameCommand(app, run);
   addProbeCommand(app, run);
   addPlacementCommand(app, run);
+  addWaveformCommand(app, run);
+  addSpectrumCommand(app, run);
   addValidateCommand(app, run);
   try {
     app.parse(argc, argv);

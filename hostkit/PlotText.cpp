@@ -1,0 +1,31 @@
+#include "hostkit/PlotText.h"
+
+#include <glib.h>
+
+#include <array>
+#include <charconv>
+#include <memory>
+
+namespace vidloom {
+
+std::string readableText(const std::string& text) {
+  const std::unique_ptr<char, decltype(&g_free)> valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())), g_free);
+  std::string result = valid.get();
+  for (char& c : result) {
+    if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = ' ';
+  }
+  return result;
+}
+
+std::string plotNumber(double value, int mostDecimals) {
+  std::array<char, 400> digits{};  // the largest double has 309 before the point
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, mostDecimals).ptr;
+  std::string text(digits.data(), end);
+  if (text.find('.') != std::string::npos) {
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.') text.pop_back();
+  }
+  return text == "-0" ? "0" : text;
+}
+
+}  // namespace vidloom

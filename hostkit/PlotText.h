@@ -1,0 +1,15 @@
+// Texts and numbers in pictures.
+#pragma once
+
+#include <string>
+
+namespace vidloom {
+
+/// In one line of valid UTF-8: control characters become spaces, what is no UTF-8 the replacement character.
+std::string readableText(const std::string& text);
+
+/// In plain digits with at most that many decimals, without zeros at the end; "0" rather than "-0". With a point, whatever the
+/// locale.
+std::string plotNumber(double value, int mostDecimals);
+
+}  // namespace vidloom
