@@ -16,6 +16,7 @@ constexpr int kWidth = 1200, kHeight = 340;
 constexpr CGRect kArea{{66, 38}, {1100, 264}};
 constexpr uint32_t kNoSoundColor = 0xf0f0f0ff, kSoundColor = 0xffffffff, kGridColor = 0xdcdcdcff;
 constexpr uint32_t kLoudColor = 0x9cc3e6ff, kMeanColor = 0x1f5fa8ff;
+constexpr const char* kLegend = "; a column shows their mean and, lighter, the loudest";
 constexpr double kNarrowestBar = 3;  ///< in pixels; narrower values share columns
 
 /// What is drawn for some values, as parts of the height above the middle: -1 to 1.
@@ -33,13 +34,10 @@ class WaveformPainter {
   void paint() {
     canvas_.fill(kArea, kNoSoundColor);
     if (count() > 0) canvas_.fill(between(frame_.xOf(drawing_.startSeconds), frame_.xOf(soundEnd())), kSoundColor);
-    drawPlotTitle(canvas_, frame_, drawing_.title, drawing_.description);
+    const bool areBars = valueWidth() >= kNarrowestBar;
+    drawPlotTitle(canvas_, frame_, drawing_.title, drawing_.description + (areBars || !hasLevels() ? "" : kLegend));
     drawLevelAxis();
-    if (count() > 0 && valueWidth() >= kNarrowestBar) {
-      drawBars();
-    } else if (count() > 0) {
-      drawColumns();
-    }
+    if (count() > 0) areBars ? drawBars() : drawColumns();
     drawTimeAxis(canvas_, frame_);
   }
 

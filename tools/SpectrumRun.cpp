@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -26,9 +27,10 @@ TempiFFTWindowType windowTypeOf(const std::string& name) {
   return name == "hamming" ? TempiFFTWindowType::hamming : TempiFFTWindowType::none;
 }
 
-/// The bins that the bands are made of: from `lower` to below `upper`, as the analyser counts them.
+/// The bins that the bands are made of: from `lower` to below `upper`, as the analyser counts them, or that one.
 struct BinRange {
   int64_t lower = 0, upper = 0;
+  int64_t count() const { return std::max<int64_t>(1, upper - lower); }
 };
 
 BinRange binsOf(const SpectrumOptions& options, float sampleRate) {
@@ -57,12 +59,10 @@ class SpectrumRun {
  public:
   SpectrumRun(const SpectrumOptions& options, std::shared_ptr<WaveformAnalyzer> analyzer, const SoundTrack& track)
       : options_(options), analyzer_(std::move(analyzer)), track_(track), rate_(static_cast<float>(track.sampleRate)) {
-    const BinRange bins = binsOf(options, rate_);
-    const int64_t unlessGiven = isPicture() ? std::max<int64_t>(1, bins.upper - bins.lower) : kUsualBands;
     setting_.size = options.size;
     setting_.hop = options.hop;
     setting_.windowType = windowTypeOf(options.window);
-    setting_.numberOfBands = options.bands.value_or(unlessGiven);
+    setting_.numberOfBands = options.bands.value_or(kUsualBands);
     setting_.minFrequency = options.minFrequency;
     setting_.maxFrequency = options.maxFrequency;
   }
@@ -70,6 +70,8 @@ class SpectrumRun {
   ExitCode run() { return isPicture() ? runPicture() : runJson(); }
 
  private:
+  /// In pictures, unless bands were asked for.
+  bool drawsBins() const { return isPicture() && !options_.bands; }
   bool isPicture() const { return options_.output.extension() == ".png"; }
 
   /// Blocks may still come when the analysis was given up; they find it closed.
@@ -150,9 +152,14 @@ class SpectrumRun {
   ExitCode runPicture() {
     const auto gate = std::make_shared<Gate<SpectrumPicture>>(pictureSetup());
     const double half = static_cast<double>(setting_.size) / 2 / rate_ + track_.startSeconds;
-    setting_.eachBlock = [gate, half](const TempiFFT& fft, double startSeconds) {
+    if (drawsBins()) setting_.numberOfBands = 1;
+    setting_.eachBlock = [gate, half, drawsBins = drawsBins(), bins = binsOf(options_, rate_)](const TempiFFT& fft,
+                                                                                               double startSeconds) {
       const std::lock_guard lock(gate->mutex);
-      if (!gate->isClosed) gate->target.add(*fft.bandMagnitudes(), startSeconds + half);
+      if (gate->isClosed) return;
+      const std::span powers(drawsBins ? fft.magnitudes() : *fft.bandMagnitudes());
+      gate->target.add(drawsBins ? powers.subspan(static_cast<size_t>(bins.lower), static_cast<size_t>(bins.count())) : powers,
+                       startSeconds + half);
     };
     const AnalysedSound sound =
         analyse(std::move(analyzer_), [this](WaveformAnalyzer& analyzer) { analyzer.samples(1, setting_); });
@@ -183,9 +190,10 @@ class SpectrumRun {
   std::vector<double> bandEdges() const {
     const BinRange bins = binsOf(options_, rate_);
     const double binWidth = static_cast<double>(rate_) / static_cast<double>(setting_.size);
-    const double binsPerBand = static_cast<double>(bins.upper - bins.lower) / static_cast<double>(setting_.numberOfBands);
+    const int64_t bandCount = drawsBins() ? bins.count() : setting_.numberOfBands;
+    const double binsPerBand = static_cast<double>(bins.count()) / static_cast<double>(bandCount);
     std::vector<double> edges;
-    for (int64_t i = 0; i <= setting_.numberOfBands; ++i) {
+    for (int64_t i = 0; i <= bandCount; ++i) {
       edges.push_back((static_cast<double>(bins.lower) + static_cast<double>(i) * binsPerBand - 0.5) * binWidth);
     }
     return edges;

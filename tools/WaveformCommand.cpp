@@ -17,6 +17,7 @@ void check(WaveformArguments& arguments) {
   WaveformOptions& options = arguments.options;
   const auto extension = options.output.extension();
   options.wantsPeaks = arguments.format == "peaks";
+  if (options.count < 0) throw CLI::ValidationError("--count", "must be 0 or more");
   if (!options.output.empty() && extension != ".json" && extension != ".dat" && extension != ".svg" && extension != ".png") {
     throw CLI::ValidationError("-o", "must end in .json, .dat, .svg or .png");
   }
@@ -33,9 +34,7 @@ void addWaveformCommand(CLI::App& app, CommandRun& run) {
   const auto arguments = std::make_shared<WaveformArguments>();
   WaveformOptions& options = arguments->options;
   command->add_option("MEDIA", options.media, "The media file; its first audio track counts")->required();
-  command->add_option("--count", options.count, "How many values to make of the file's duration; 0: one a sample")
-      ->required()
-      ->check(CLI::NonNegativeNumber);
+  command->add_option("--count", options.count, "How many values to make of the file's duration; 0: one a sample")->required();
   command
       ->add_option(
           "--format", arguments->format,
