@@ -89,6 +89,13 @@ bool RunningCommand::waitForError(const std::string& text) {
   return true;
 }
 
+bool RunningCommand::waitForOutput() {
+  while (result_.out.empty()) {
+    if (!readMore()) return false;
+  }
+  return true;
+}
+
 void RunningCommand::signal(int number) const { kill(process_, number); }
 
 CommandResult RunningCommand::wait() {

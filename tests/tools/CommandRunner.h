@@ -25,6 +25,8 @@ class RunningCommand {
 
   /// Waits until standard error contains that text; false where the command ended before.
   bool waitForError(const std::string& text);
+  /// Waits for the first data on standard output; false where the command ended without.
+  bool waitForOutput();
   void signal(int number) const;
   CommandResult wait();
 

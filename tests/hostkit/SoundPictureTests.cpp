@@ -1,0 +1,213 @@
+// Waveforms and spectrograms: what is drawn where.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <regex>
+
+#include "hostkit/AxisTicks.h"
+#include "hostkit/SpectrumPicture.h"
+#include "hostkit/WaveformPicture.h"
+
+namespace vidloom {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::vector<std::string> labelsOf(const std::vector<AxisTick>& ticks) {
+  std::vector<std::string> labels;
+  for (const AxisTick& tick : ticks) labels.push_back(tick.label);
+  return labels;
+}
+
+TEST(AxisTicks, AreRoundNumbersWithinTheRange) {
+  EXPECT_THAT(labelsOf(timeTicks(0, 0.04, 6)), ElementsAre("0 s", "0.01 s", "0.02 s", "0.03 s", "0.04 s"));
+  EXPECT_THAT(labelsOf(timeTicks(0, 10.2, 6)), ElementsAre("0 s", "5 s", "10 s"));
+  EXPECT_THAT(labelsOf(timeTicks(0, 130, 6)), ElementsAre("0:00", "0:30", "1:00", "1:30", "2:00"));
+  EXPECT_THAT(labelsOf(timeTicks(0, 3600, 4)), ElementsAre("0:00", "30:00", "1:00:00"));
+  EXPECT_THAT(labelsOf(timeTicks(0, 1e6, 4)), ElementsAre("0 h", "100 h", "200 h"));
+  EXPECT_THAT(labelsOf(frequencyTicks(20, 20000, 6)), ElementsAre("5 kHz", "10 kHz", "15 kHz", "20 kHz"));
+  EXPECT_THAT(labelsOf(frequencyTicks(100, 1500, 5)), ElementsAre("500 Hz", "1000 Hz", "1500 Hz"));
+  EXPECT_EQ(timeTicks(0, 1e300, 5).size(), 3U);
+  for (const double end : {0.0, -1.0, std::nan(""), HUGE_VAL}) EXPECT_TRUE(timeTicks(0, end, 5).empty()) << end;
+}
+
+// Where the plots lie in the pictures.
+constexpr double kWaveLeft = 66, kWaveWidth = 1100, kWaveTop = 38, kWaveHeight = 264;
+constexpr double kSpectrumLeft = 76, kSpectrumWidth = 1000, kSpectrumBottom = 550, kSpectrumHeight = 512;
+
+uint32_t pixelAt(const CGImageRef& image, int x, int y) {
+  const uint8_t* const pixel = CGImageGetBytes(image) + CGImageGetBytesPerRow(image) * static_cast<size_t>(y) + size_t{4} * x;
+  return static_cast<uint32_t>(pixel[2]) << 16U | static_cast<uint32_t>(pixel[1]) << 8U | pixel[0];
+}
+
+int bluenessAt(const CGImageRef& image, int x, int y) {
+  const uint32_t pixel = pixelAt(image, x, y);
+  return static_cast<int>(pixel & 0xff) - static_cast<int>(pixel >> 16U);
+}
+
+/// The columns that are drawn at that height, first and last; -1 where none is.
+std::pair<int, int> drawnColumns(const CGImageRef& image, int y) {
+  std::pair<int, int> found{-1, -1};
+  for (int x = 66; x < 66 + 1100; ++x) {
+    if (bluenessAt(image, x, y) < 40) continue;
+    if (found.first < 0) found.first = x;
+    found.second = x;
+  }
+  return found;
+}
+
+TEST(WaveformPicture, ShowsEveryLoudValueAtItsTime) {
+  struct Row {
+    size_t count, loud;
+    double start, seconds, end;
+  };
+  const Row rows[] = {{10, 3, 0, 1, 10},         {10, 9, 2.5, 0.5, 30},         {1000, 777, 0, 0.01, 10},
+                      {100'003, 1, 0, 1e-4, 20}, {100'003, 54321, 3, 1e-4, 20}, {100'003, 100'002, 0, 1e-4, 0}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(::testing::Message() << row.loud << " of " << row.count);
+    std::vector<float> levels(row.count, 1.0f);
+    std::vector<int16_t> peaks(2 * row.count);
+    levels[row.loud] = 0;
+    peaks[2 * row.loud] = -32768;
+    peaks[2 * row.loud + 1] = 32767;
+    WaveformDrawing drawing;
+    drawing.startSeconds = row.start;
+    drawing.secondsPerValue = row.seconds;
+    drawing.endSeconds = row.end;
+    const double end = std::max(row.end, row.start + static_cast<double>(row.count) * row.seconds);
+    const auto xOf = [&](double index) { return kWaveLeft + kWaveWidth * (row.start + index * row.seconds) / end; };
+    for (const bool areLevels : {true, false}) {
+      drawing.levels = areLevels ? std::span<const float>(levels) : std::span<const float>();
+      drawing.peaks = peaks;
+      const CGImageRef image = pictureOfWaveform(drawing);
+      for (const double y : {kWaveTop + 4, kWaveTop + kWaveHeight - 4}) {
+        const auto [first, last] = drawnColumns(image, static_cast<int>(y));
+        EXPECT_GE(first, std::floor(xOf(static_cast<double>(row.loud)))) << areLevels;
+        EXPECT_LE(last, std::ceil(xOf(static_cast<double>(row.loud) + 1))) << areLevels;
+      }
+      const auto [first, last] = drawnColumns(image, static_cast<int>(kWaveTop + kWaveHeight / 2));
+      const double barGap = 0.1 * kWaveWidth * row.seconds / end + 1;
+      EXPECT_NEAR(first, xOf(0), barGap);
+      EXPECT_NEAR(last + 1, xOf(static_cast<double>(row.count)), barGap);
+    }
+  }
+}
+
+TEST(WaveformPicture, StandsAsHighAsTheLevelSays) {
+  for (const float level : {0.0f, 0.2f, 0.5f, 0.9f}) {
+    const std::vector<float> levels(5000, level);
+    const CGImageRef image = pictureOfWaveform({.levels = levels, .secondsPerValue = 0.001});
+    int height = 0;
+    for (int y = 38; y < 38 + 264; ++y) height += bluenessAt(image, 600, y) > 80 ? 1 : 0;
+    EXPECT_NEAR(height, (1 - level) * kWaveHeight, 2) << level;
+  }
+}
+
+/// Whether every tag is closed in order and there is nothing in texts and values that would need to be written otherwise.
+bool isWellFormed(const std::string& xml) {
+  static const std::regex token(R"re(<(/?)(\w+)((?: [\w:-]+="(?:[^<&"]|&(?:amp|lt|gt);)*")*)(/?)>|(?:[^<&>]|&(?:amp|lt|gt);)+)re");
+  std::vector<std::string> open;
+  size_t reached = 0;
+  for (std::sregex_iterator at(xml.begin(), xml.end(), token), end; at != end; ++at) {
+    if (static_cast<size_t>(at->position()) != reached) return false;
+    reached += static_cast<size_t>(at->length());
+    const std::string name = (*at)[2];
+    if ((*at)[1].length() > 0) {
+      if (open.empty() || open.back() != name) return false;
+      open.pop_back();
+    } else if (!name.empty() && (*at)[4].length() == 0) {
+      open.push_back(name);
+    }
+  }
+  return open.empty() && reached == xml.size();
+}
+
+TEST(WaveformPicture, IsWellFormedAsSvgWhateverTheTitle) {
+  const std::vector<float> few{0, 0.5f, 1}, many(3000, 0.5f);
+  for (const std::vector<float>& levels : {few, many, {}}) {
+    const std::string svg = svgOfWaveform(
+        {.title = "a<b>\"&\n\x01\xff caf\u00e9.wav", .description = "1 < 2", .levels = levels, .secondsPerValue = 0.01});
+    EXPECT_TRUE(isWellFormed(svg)) << svg.substr(0, 600);
+    EXPECT_THAT(svg, HasSubstr("a&lt;b&gt;\"&amp;  \ufffd caf\u00e9.wav</text>"));
+    EXPECT_THAT(svg, HasSubstr("-50 dB</text>"));
+    EXPECT_LT(svg.size(), 100'000U);
+  }
+  const std::string svg = svgOfWaveform({.title = std::string(500, 'W'), .levels = few, .secondsPerValue = 1});
+  EXPECT_THAT(svg, HasSubstr("WW\u2026</text>"));
+  EXPECT_THAT(svg, Not(HasSubstr(std::string(100, 'W'))));
+}
+
+TEST(SpectrumPicture, ShowsAPowerAtItsTimeAndFrequency) {
+  struct Row {
+    size_t bands;
+    double hop;
+    int blocks, loudBlock;
+    size_t loudBand;
+  };
+  const Row rows[] = {{8, 0.5, 20, 7, 3},          {8, 0.001, 10000, 1234, 7},
+                      {900, 0.02, 500, 250, 100},  {20000, 0.02, 500, 499, 12345},
+                      {20000, 0.001, 10000, 0, 0}, {513, 1.0, 10, 9, 512}};
+  constexpr double kStart = 2, kMin = 1000, kMax = 21000;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(::testing::Message() << row.bands << " bands, " << row.blocks << " blocks");
+    SpectrumPicture::Setup setup;
+    setup.soundStartSeconds = kStart;
+    setup.soundEndSeconds = setup.endSeconds = kStart + row.hop * row.blocks;
+    setup.hopSeconds = row.hop;
+    setup.minFrequency = kMin;
+    setup.maxFrequency = kMax;
+    const double width = (kMax - kMin) / static_cast<double>(row.bands);
+    for (size_t i = 0; i <= row.bands; ++i) setup.bandEdges.push_back(kMin + static_cast<double>(i) * width);
+    setup.fullScaleSinePower = 4;
+    SpectrumPicture picture(setup);
+    for (int block = 0; block < row.blocks; ++block) {
+      std::vector<float> powers(row.bands, 1e-20f);
+      if (block == row.loudBlock) powers[row.loudBand] = 4;
+      picture.add(powers, kStart + (block + 0.5) * row.hop);
+    }
+    const CGImageRef image = picture.picture();
+    const auto xOf = [&](double seconds) { return kSpectrumLeft + kSpectrumWidth * seconds / setup.endSeconds; };
+    const auto yOf = [&](double hertz) { return kSpectrumBottom - kSpectrumHeight * (hertz - kMin) / (kMax - kMin); };
+    int found = 0;
+    for (int y = 38; y < 550; ++y) {
+      for (int x = 76; x < 1076; ++x) {
+        const bool isLoud = pixelAt(image, x, y) == 0xfffacd, isQuiet = pixelAt(image, x, y) == 0x040616;
+        ASSERT_EQ(!isLoud && !isQuiet, x + 1 <= xOf(kStart)) << x << " " << y;
+        if (!isLoud) continue;
+        ++found;
+        const double bottom = kMin + static_cast<double>(row.loudBand) * width;
+        ASSERT_GE(x, xOf(kStart + row.loudBlock * row.hop) - 1.01);
+        ASSERT_LE(x, xOf(kStart + (row.loudBlock + 1) * row.hop));
+        ASSERT_LE(y, yOf(bottom));
+        ASSERT_GE(y, yOf(bottom + width) - 1.01);
+      }
+    }
+    const double area = std::max(1.0, row.hop / setup.endSeconds * 1000) * std::max(1.0, 512.0 / static_cast<double>(row.bands));
+    EXPECT_GE(found, std::floor(0.9 * area));
+  }
+}
+
+TEST(SpectrumPicture, GetsLighterWithThePower) {
+  SpectrumPicture::Setup setup;
+  setup.soundEndSeconds = setup.hopSeconds = 1;
+  setup.maxFrequency = 512;
+  for (int i = 0; i <= 512; ++i) setup.bandEdges.push_back(i);
+  SpectrumPicture picture(setup);
+  std::vector<float> powers;
+  for (int i = 0; i < 512; ++i) powers.push_back(std::pow(10.0f, static_cast<float>(i - 512) / 51.2f));
+  picture.add(powers, 0.5);
+  const CGImageRef image = picture.picture();
+  double before = 0;
+  for (int y = 549; y >= 38; y -= 8) {
+    const uint32_t pixel = pixelAt(image, 500, y);
+    const double light = 0.2126 * (pixel >> 16U & 0xffU) + 0.7152 * (pixel >> 8U & 0xffU) + 0.0722 * (pixel & 0xffU);
+    EXPECT_GT(light, before) << y;
+    before = light;
+  }
+}
+
+}  // namespace
+}  // namespace vidloom
