@@ -52,6 +52,19 @@ const RealTransform& transformFor(const char* operation, const FFTSetup& setup, 
   return *transform;
 }
 
+void transformStrided(const RealTransform& transform, const DSPSplitComplex& c, vDSP_Stride stride, vDSP_Stride count) {
+  std::vector<float> real(count), imaginary(count);
+  for (vDSP_Stride n = 0; n < count; ++n) {
+    real[n] = c.realp[n * stride];
+    imaginary[n] = c.imagp[n * stride];
+  }
+  transform.runSplit(real.data(), imaginary.data(), {real.data(), imaginary.data()});
+  for (vDSP_Stride n = 0; n < count; ++n) {
+    c.realp[n * stride] = real[n];
+    c.imagp[n * stride] = imaginary[n];
+  }
+}
+
 }  // namespace
 
 FFTSetup vDSP_create_fftsetup(vDSP_Length log2n, FFTRadix radix) {
@@ -72,17 +85,10 @@ void vDSP_fft_zrip(const FFTSetup& setup, const DSPSplitComplex* c, vDSP_Stride 
     NSLogAndAbort(NSStringWithFormat("vDSP_fft_zrip: direction is %d, only forward transforms exist", direction));
   }
   if (stride == 1) return transform.runSplit(c->realp, c->imagp, {c->realp, c->imagp});
-  const vDSP_Stride count = vDSP_Stride{1} << (log2n - 1);
-  std::vector<float> numbers(2 * count);
-  float *real = numbers.data(), *imaginary = real + count;
-  for (vDSP_Stride n = 0; n < count; ++n) {
-    real[n] = c->realp[n * stride];
-    imaginary[n] = c->imagp[n * stride];
-  }
-  transform.runSplit(real, imaginary, {real, imaginary});
-  for (vDSP_Stride n = 0; n < count; ++n) {
-    c->realp[n * stride] = real[n];
-    c->imagp[n * stride] = imaginary[n];
+  try {
+    transformStrided(transform, *c, stride, vDSP_Stride{1} << (log2n - 1));
+  } catch (const std::bad_alloc&) {
+    NSLogAndAbort(NSStringWithFormat("vDSP_fft_zrip: no memory for log2n %zu with stride %td", log2n, stride));
   }
 }
 

@@ -19,7 +19,8 @@ class ComplexTransform {
   ComplexTransform(const ComplexTransform&) = delete;
   ComplexTransform& operator=(const ComplexTransform&) = delete;
 
-  /// Both arrays hold real and imaginary parts in turn, are aligned to 64 bytes and do not overlap. Leaves `in` as it is.
+  /// Both arrays hold real and imaginary parts in turn, are aligned to 64 bytes and do not overlap. What `in` holds
+  /// afterwards is open.
   void run(float* in, float* out) const;
 
   /// The address alignment of run()'s arrays.

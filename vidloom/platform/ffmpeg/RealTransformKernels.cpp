@@ -131,11 +131,8 @@ HWY_INLINE void joinAll(D d, const QuarterRows& rows, const QuarterRoots& roots,
 
 void JoinQuarters(const QuarterRows& rows, const QuarterRoots& roots, const PackedSpectrum& spectrum) {
   joinStart(rows, spectrum);
-  if (rows.length >= 32) {
-    joinAll(hn::CappedTag<float, 16>(), rows, roots, spectrum);
-  } else {
-    joinAll(hn::CappedTag<float, 4>(), rows, roots, spectrum);
-  }
+  if (rows.length < 32) return joinAll(hn::CappedTag<float, 4>(), rows, roots, spectrum);
+  joinAll(hn::CappedTag<float, 16>(), rows, roots, spectrum);
 }
 
 using Floats = hn::CappedTag<float, 16>;
