@@ -7,6 +7,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
 }
 
 namespace vidloom {
@@ -18,8 +19,8 @@ constexpr unsigned kProbeBytes = 1024 * 1024;
 constexpr int kProbePackets = 2;
 
 constexpr std::string_view kMovie = "mov,mp4,m4a,3gp,3g2,mj2";
-constexpr std::string_view kWave = "wav";
-constexpr std::array<std::string_view, 9> kContainers{kMovie, "matroska,webm", "avi", "mpegts", "mp3", kWave, "flac", "ogg", "aac"};
+constexpr std::string_view kWave = "wav", kFlac = "flac";
+constexpr std::array<std::string_view, 9> kContainers{kMovie, "matroska,webm", "avi", "mpegts", "mp3", kWave, kFlac, "ogg", "aac"};
 constexpr int kWavePacketBytes = 32 * 1024;  // its own packets cost more to pass on than to decode
 
 constexpr std::array kCodecs{
@@ -110,7 +111,21 @@ int Demuxer::openInput(const AVInputFormat* format, int maxStreams, const std::s
 
 int Demuxer::read(AVPacket& packet) {
   if (isCancelled()) return AVERROR_EXIT;
-  return av_read_frame(format_.get(), &packet);
+  const int result = av_read_frame(format_.get(), &packet);
+  if (result >= 0 && format_->iformat->name == kFlac) correctTime(packet);
+  return result;
+}
+
+/// FLAC without a header: times count samples, durations do not, and the last packet's time comes of the duration before it.
+void Demuxer::correctTime(AVPacket& packet) {
+  const AVStream& stream = *format_->streams[packet.stream_index];
+  const int rate = stream.codecpar->sample_rate;
+  if (rate <= 0 || rate == stream.time_base.den || packet.pts == AV_NOPTS_VALUE) return;
+  if (lastDuration_ > 0 && packet.pts == lastTicks_ + lastDuration_) {
+    packet.pts = packet.dts = lastTicks_ + av_rescale(lastDuration_, rate, stream.time_base.den);
+  }
+  lastTicks_ = packet.pts;
+  lastDuration_ = packet.duration;
 }
 
 int Demuxer::readBytes(void* self, uint8_t* bytes, int count) {

@@ -40,6 +40,7 @@ class Demuxer {
   bool isCancelled() const { return cancelFlag_ && cancelFlag_->load(std::memory_order_relaxed); }
   bool makeIO();
   int openInput(const AVInputFormat* format, int maxStreams, const std::string& logName);
+  void correctTime(AVPacket& packet);
   static int readBytes(void* self, uint8_t* bytes, int count);
   static int64_t seekBytes(void* self, int64_t offset, int whence);
 
@@ -49,6 +50,7 @@ class Demuxer {
   AvIOPointer io_;
   AvFormatInputPointer format_;
   AvLogName logName_;
+  int64_t lastTicks_ = 0, lastDuration_ = 0;  ///< of the packet before
 };
 
 /// The containers and codecs that we read, by libav's names.

@@ -9,6 +9,7 @@
 #include "vidloom/platform/ffmpeg/InputError.h"
 #include "vidloom/platform/ffmpeg/MovieTimeline.h"
 #include "vidloom/platform/ffmpeg/ScannedTimeline.h"
+#include "vidloom/platform/ffmpeg/SoundTail.h"
 #include "vidloom/platform/foundation/NSLog.h"
 
 extern "C" {
@@ -310,6 +311,20 @@ const MovieHeaderTrack* MediaFileBuilder::movieTrackOf(const AVStream& stream) c
   return nullptr;
 }
 
+/// A last packet that gives nothing takes no time.
+void MediaFileBuilder::measureTail(const MediaTrack& track, ScannedStream& scan) const {
+  if (!scan.lastPacket) return;
+  const AVStream& stream = *demuxer_->context().streams[track.streamIndex];
+  scan.lastFrames = framesInLastPacket(stream, *scan.lastPacket, track.sampleRate, limits_).value_or(-1);
+  scan.lastPacket.reset();
+  if (scan.lastFrames != 0 || scan.times.sampleCount < 2) return;
+  scan.times.endPts -= scan.lastDuration;
+  scan.times.durationTicks -= scan.lastDuration;
+  --scan.times.sampleCount;
+  scan.lastDuration = scan.firstStep;
+  scan.lastFrames = -1;
+}
+
 void MediaFileBuilder::placeTracks() {
   std::vector<ScannedTrack> scanned;
   for (size_t i = 0; i < file_->tracks().size(); ++i) {
@@ -317,6 +332,7 @@ void MediaFileBuilder::placeTracks() {
     TrackSource& source = file_->sourceBeingBuilt(i);
     if (track.kind == MediaKind::other) continue;
     const auto scan = scans_.find(track.streamIndex);
+    if (isScanned_ && scan != scans_.end()) measureTail(track, scan->second);
     if (isScanned_ && (scan == scans_.end() || !scan->second.hasTimes)) {
       track.kind = MediaKind::other;
       continue;

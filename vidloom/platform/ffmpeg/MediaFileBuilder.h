@@ -36,6 +36,7 @@ class MediaFileBuilder {
   void describe(const AVStream& stream);
   void describePicture(const AVStream& stream, MediaTrack& track) const;
   void describeRate(const AVStream& stream, const SampleTimes& times, MediaTrack& track) const;
+  void measureTail(const MediaTrack& track, ScannedStream& scan) const;
   void placeTracks();
   void placeMovieTrack(size_t trackIndex);
   void trimByTag(MediaTrack& track) const;

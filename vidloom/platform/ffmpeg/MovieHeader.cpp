@@ -132,6 +132,13 @@ void readSampleDescription(ByteSpan body, MovieHeaderTrack& track) {
   track.pixelAspectHeight = reader.u32();
 }
 
+/// Of a table that lists the samples one by one; 0 otherwise.
+int64_t listedSamples(ByteSpan sizes) {
+  ByteReader reader(sizes);
+  reader.skip(4);
+  return reader.u32() == 0 ? reader.u32() : 0;
+}
+
 /// The number of samples, and how many bytes they must have at the least.
 bool samplesFit(ByteSpan sizes, bool isSound, int64_t maxSamples, int64_t fileSize) {
   ByteReader reader(sizes);
@@ -220,7 +227,9 @@ bool MovieHeader::readTrack(ByteSpan body, const MediaLimits& limits, std::strin
   tables.syncSamples = sync.body;
   tables.hasSyncSamples = sync.type == boxType("stss");
   const bool isSound = track.handler != boxType("vide");
-  const bool fits = samplesFit(BoxReader::find(table, boxType("stsz")).body, isSound, limits.maxSamplesPerTrack, fileSize_) &&
+  const ByteSpan sizes = BoxReader::find(table, boxType("stsz")).body;
+  if (isSound) tables.sampleCount = listedSamples(sizes);
+  const bool fits = samplesFit(sizes, isSound, limits.maxSamplesPerTrack, fileSize_) &&
                     readSampleTimes(tables, limits.maxSamplesPerTrack, !isSound, track.times);
   if (!fits) {
     *problem = "the sample table of track " + std::to_string(track.trackID) + " is too large";

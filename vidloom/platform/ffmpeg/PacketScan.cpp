@@ -1,11 +1,14 @@
 #include "vidloom/platform/ffmpeg/PacketScan.h"
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 #include <string_view>
 
 extern "C" {
+#include <libavcodec/avcodec.h>
 #include <libavcodec/packet.h>
+#include <libavcodec/vorbis_parser.h>
 #include <libavformat/avformat.h>
 #include <libavutil/intreadwrite.h>
 }
@@ -17,15 +20,61 @@ namespace {
 constexpr int64_t kPacketsPerMark = 16;
 constexpr int64_t kLongestPacketSeconds = 3600;
 
+/// The samples that packets of Vorbis give: how many is written in them, and the time stamps of few containers tell exactly.
+class VorbisCounter {
+ public:
+  explicit VorbisCounter(const AVStream& stream) {
+    const AVCodecParameters& codec = *stream.codecpar;
+    if (codec.codec_id == AV_CODEC_ID_VORBIS) parser_.reset(av_vorbis_parse_init(codec.extradata, codec.extradata_size));
+    longestStep_ = av_rescale_q(kLongestStepMs, {1, 1000}, stream.time_base);
+  }
+
+  void add(const AVPacket& packet) {
+    if (!parser_) return;
+    const int frames = av_vorbis_parse_frame(parser_.get(), packet.data, packet.size);
+    if (hasFirst_ && frames > 0) frames_ += frames;  // the first packet gives no sound
+    if (hasFirst_ && packet.pts != AV_NOPTS_VALUE && packet.pts - previousPts_ > longestStep_) hasHoles_ = true;
+    if (packet.pts != AV_NOPTS_VALUE) previousPts_ = packet.pts;
+    hasFirst_ = true;
+  }
+
+  int64_t frames() const { return hasHoles_ ? 0 : frames_; }
+
+ private:
+  static constexpr int kLongestStepMs = 250;  // more than any packet lasts at usual rates
+  struct Deleter {
+    void operator()(AVVorbisParseContext* parser) const { av_vorbis_parse_free(&parser); }
+  };
+  std::unique_ptr<AVVorbisParseContext, Deleter> parser_;
+  int64_t frames_ = 0, previousPts_ = 0, longestStep_ = 0;
+  bool hasFirst_ = false, hasHoles_ = false;
+};
+
 }  // namespace
 
 /// Collects one stream.
 class PacketScan::Stream {
  public:
   Stream(const AVStream& stream, bool durationsAreTrimmed, bool countsSamples, ScannedStream& result)
-      : stream_(stream), durationsAreTrimmed_(durationsAreTrimmed), countsSamples_(countsSamples), result_(result) {}
+      : stream_(stream),
+        isSound_(stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO),
+        frameBits_(isSound_ ? av_get_exact_bits_per_sample(stream.codecpar->codec_id) * stream.codecpar->ch_layout.nb_channels : 0),
+        durationsAreTrimmed_(durationsAreTrimmed),
+        countsSamples_(countsSamples),
+        result_(result),
+        counter_(stream) {}
 
-  void add(const AVPacket& packet) {
+  void add(AVPacket& packet) {
+    note(packet);
+    if (!isSound_) return;
+    counter_.add(packet);
+    if (!result_.lastPacket) result_.lastPacket.reset(av_packet_alloc());
+    if (!result_.lastPacket) return;
+    av_packet_unref(result_.lastPacket.get());
+    av_packet_move_ref(result_.lastPacket.get(), &packet);
+  }
+
+  void note(const AVPacket& packet) {
     const int64_t pts = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
     noteSkips(packet);
     result_.bytes += packet.size;
@@ -50,7 +99,7 @@ class PacketScan::Stream {
     }
     previousPts_ = pts;
     if (stream_.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) addPicture(packet, pts);
-    if (stream_.codecpar->codec_type == AVMEDIA_TYPE_AUDIO && times.sampleCount % kPacketsPerMark == 0 && packet.pos >= 0) {
+    if (isSound_ && times.sampleCount % kPacketsPerMark == 0 && packet.pos >= 0) {
       result_.marks.push_back({pts, packet.pos});
     }
     ++times.sampleCount;
@@ -70,7 +119,8 @@ class PacketScan::Stream {
     SampleTimes& times = result_.times;
     times.reorderDepth = reordering_.depth();
     finishDeltas();
-    if (result_.lastDuration == 0) {
+    if (!result_.hasJumped) result_.countedFrames = counter_.frames();
+    if (result_.lastDuration == 0 && frameBits_ == 0) {
       result_.lastDuration = times.shortestDelta > 0 ? times.shortestDelta : step_;
       times.endPts += result_.lastDuration;
     }
@@ -101,7 +151,7 @@ class PacketScan::Stream {
   void noteUntimed(const AVPacket& packet) {
     if (!result_.hasTimes) return;
     const int64_t duration = durationOf(packet);
-    result_.times.endPts += duration > 0 ? duration : step_;
+    result_.times.endPts += duration > 0 || frameBits_ > 0 ? duration : step_;
     ++result_.times.sampleCount;
   }
 
@@ -149,9 +199,12 @@ class PacketScan::Stream {
 
   static constexpr size_t kSortWindow = 64, kDeepestReordering = 16;
   const AVStream& stream_;
+  bool isSound_;
+  int frameBits_;             ///< of uncompressed sound: of all channels together
   bool durationsAreTrimmed_;  ///< the last packet's duration is that of the samples that are kept
   bool countsSamples_;        ///< times count samples, durations do not
   ScannedStream& result_;
+  VorbisCounter counter_;
   ReorderDepth reordering_;
   std::vector<int64_t> recent_;
   int64_t previousShown_ = 0;
@@ -167,7 +220,7 @@ PacketScan::PacketScan(const AVFormatContext& context, std::map<int, ScannedStre
 
 PacketScan::~PacketScan() = default;
 
-bool PacketScan::add(const AVPacket& packet, int64_t maxSamples) {
+bool PacketScan::add(AVPacket& packet, int64_t maxSamples) {
   const int index = packet.stream_index;
   auto found = streams_.find(index);
   if (found == streams_.end())

@@ -4,6 +4,7 @@
 #include <map>
 #include <vector>
 
+#include "vidloom/platform/ffmpeg/AvPointers.h"
 #include "vidloom/platform/ffmpeg/OpenedMediaFile.h"
 #include "vidloom/platform/ffmpeg/SampleTimes.h"
 
@@ -25,6 +26,9 @@ struct ScannedStream {
   int skipFrames = 0;                    ///< samples to leave out at the very beginning
   int discardFrames = 0;                 ///< samples to leave out at the very end
   std::vector<SoundMark> marks;
+  AvPacketPointer lastPacket;  ///< of sound, in the order of the file
+  int lastFrames = -1;         ///< samples that it gives; -1: not known
+  int64_t countedFrames = 0;   ///< of Vorbis: samples that all packets give together; 0: not known
 };
 
 /// Takes the packets of a file in the order in which they come.
@@ -32,8 +36,8 @@ class PacketScan {
  public:
   PacketScan(const AVFormatContext& context, std::map<int, ScannedStream>& streams);
   ~PacketScan();
-  /// False where a stream has more than maxSamples packets.
-  bool add(const AVPacket& packet, int64_t maxSamples);
+  /// Takes the packet. False where a stream has more than maxSamples packets.
+  bool add(AVPacket& packet, int64_t maxSamples);
   /// Between packets that do not follow each other: the middle of the file is left out.
   void jump();
   /// Whether every stream went on after a jump; true without one.

@@ -92,13 +92,18 @@ void addDeltas(ByteSpan timeToSample, SampleTimes& times) {
   }
 }
 
-/// A track of sound has its durations from the runs alone: it may have very many samples (uncompressed ones count each).
-bool addRuns(ByteSpan timeToSample, SampleTimes& times) {
-  ByteReader reader(timeToSample);
+/// A track of sound has its durations from the runs alone: it may have very many samples (uncompressed ones count each). Where
+/// there are more samples than the runs tell of, the rest are like the last one.
+bool addRuns(const SampleTables& tables, SampleTimes& times) {
+  ByteReader reader(tables.timeToSample);
   reader.skip(4);
   std::map<int64_t, int64_t> counts;
+  const int64_t total = tables.sampleCount;
   for (uint32_t entries = reader.u32(); entries > 0 && reader.remaining() >= 8; --entries) {
-    const int64_t count = reader.u32(), delta = reader.i32();
+    int64_t count = reader.u32();
+    const int64_t delta = reader.i32(), left = total - times.sampleCount;
+    const bool isLast = entries == 1 || reader.remaining() < 8;
+    if (total > 0) count = isLast ? left : std::min(count, left);
     if (times.sampleCount == 0 && count > 0) times.firstDelta = delta;
     if (counts.size() < kMostDeltas || counts.contains(delta)) counts[delta] += count;
     times.sampleCount += count;
@@ -139,7 +144,7 @@ void ReorderDepth::add(int64_t pts) {
 bool readSampleTimes(const SampleTables& tables, int64_t maxSamples, bool forPictures, SampleTimes& times) {
   times = {};
   addDeltas(tables.timeToSample, times);
-  if (!forPictures) return addRuns(tables.timeToSample, times);
+  if (!forPictures) return addRuns(tables, times);
   if (sampleTotal(tables.timeToSample) > maxSamples) return false;
   RunTable deltas(tables.timeToSample), offsets(tables.compositionOffset);
   SyncTable sync(tables);

@@ -33,6 +33,7 @@ struct SampleTimes {
 struct SampleTables {
   ByteSpan timeToSample, compositionOffset, syncSamples;
   bool hasSyncSamples = false;  ///< without the box every sample is one
+  int64_t sampleCount = 0;      ///< of sound: how many there are, whatever timeToSample says; 0: not known
 };
 
 /// Walks the tables. Fails (false) where they describe more than `maxSamples` samples, or times beyond 2^62 ticks. Key frames are

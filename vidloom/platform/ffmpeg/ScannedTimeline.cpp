@@ -24,7 +24,7 @@ int64_t toSamples(int64_t ticks, const ScannedTrack& item) {
 /// The decoded sound of a track from its very first sample on: [anchor, end), of which `first` is the first one meant to be heard.
 struct SoundExtent {
   int64_t first = 0, end = 0;
-  int skip = 0;
+  bool isMoved = false;  ///< begins later than the first packet
 };
 
 int skippedFrames(const ScannedTrack& item) {
@@ -45,6 +45,11 @@ bool alwaysFillsPackets(int codec) {
          codec == AV_CODEC_ID_EAC3 || codec == AV_CODEC_ID_OPUS;
 }
 
+/// Whether a tick of the time stamps is a sample, or a part of one that goes into it without a rest.
+bool tellsSamples(const ScannedTrack& item) {
+  return item.source->numerator == 1 && item.source->denominator % static_cast<int>(item.track->sampleRate) == 0;
+}
+
 /// Samples from the first packet's beginning to the last one's end.
 int64_t soundLength(const ScannedTrack& item, int64_t oneTick) {
   const ScannedStream& scan = *item.scan;
@@ -52,9 +57,12 @@ int64_t soundLength(const ScannedTrack& item, int64_t oneTick) {
   const int frameBits = av_get_exact_bits_per_sample(codec.codec_id) * codec.ch_layout.nb_channels;
   if (frameBits > 0 && oneTick > 1 && item.source->soundPacketFrames > 0 && !scan.hasJumped) return scan.bytes * 8 / frameBits;
   const int64_t stamped = toSamples(scan.times.endPts, item) - toSamples(scan.times.firstPts, item);
-  if (scan.hasJumped || oneTick <= 1 || item.source->soundPacketFrames <= 0) return stamped;
-  if (alwaysFillsPackets(codec.codec_id)) return scan.times.sampleCount * item.source->soundPacketFrames;
-  return (scan.times.sampleCount - 1) * item.source->soundPacketFrames + toSamples(scan.lastDuration, item);
+  if (scan.countedFrames > 0) return std::min(stamped, scan.countedFrames);
+  if (scan.hasJumped || tellsSamples(item) || item.source->soundPacketFrames <= 0) return stamped;
+  const int frames = item.source->soundPacketFrames;
+  if (alwaysFillsPackets(codec.codec_id)) return scan.times.sampleCount * frames;
+  const int64_t last = scan.lastFrames > 0 ? scan.lastFrames : toSamples(scan.lastDuration, item);
+  return (scan.times.sampleCount - 1) * frames + last;
 }
 
 /// Uncompressed sound with exact time stamps can be jumped into anywhere: its packets keep to no grid.
@@ -77,11 +85,21 @@ SoundExtent placeSound(const ScannedTrack& item) {
   source.soundAnchor = toSamples(scan.times.firstPts, item);
   // Time stamps coarser than a sample round the encoder's delay; what is heard first is then at zero exactly.
   if (skip > 0 && oneTick > 1 && std::llabs(source.soundAnchor + skip) <= oneTick) source.soundAnchor = -skip;
-  const int64_t first = source.soundAnchor + skip;
-  const SoundExtent extent{first, std::max(first, source.soundAnchor + soundLength(item, oneTick) - scan.discardFrames), skip};
-  // The first packet of Vorbis gives no sound; what the second gives is heard from the first one's time on.
-  if (source.parameters->codec_id == AV_CODEC_ID_VORBIS) source.soundAnchor -= toSamples(scan.firstStep, item);
-  return extent;
+  bool isMoved = skip > 0;
+  int64_t first = source.soundAnchor + skip, end = source.soundAnchor + soundLength(item, oneTick);
+  if (source.parameters->codec_id == AV_CODEC_ID_VORBIS) {
+    // The first packet gives no sound. Where its time is before zero the second one's is right; else what that one gives is heard
+    // from the first one's time on.
+    const int64_t step = toSamples(scan.firstStep, item);
+    if (source.soundAnchor < 0 && tellsSamples(item)) {
+      isMoved = true;
+      first = source.soundAnchor + step;
+      end = std::min(end + step, toSamples(scan.times.endPts, item));
+    } else {
+      source.soundAnchor -= step;
+    }
+  }
+  return {first, std::max(first, end - scan.discardFrames), isMoved};
 }
 
 struct Placement {
@@ -99,7 +117,7 @@ Placement placementOf(const ScannedTrack& item) {
   const SoundExtent sound = placeSound(item);
   const auto rate = static_cast<CMTimeScale>(item.track->sampleRate);
   const CMTime first = sound.first == 0 ? kCMTimeZero : CMTimeMake(sound.first, rate);
-  return {sound.skip > 0 ? first : stamped, first, CMTimeMake(sound.end - sound.first, rate)};
+  return {sound.isMoved ? first : stamped, first, CMTimeMake(sound.end - sound.first, rate)};
 }
 
 }  // namespace
