@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <regex>
 
 #include "hostkit/AxisTicks.h"
 #include "hostkit/SpectrumPicture.h"
@@ -106,23 +106,36 @@ TEST(WaveformPicture, StandsAsHighAsTheLevelSays) {
   }
 }
 
-/// Whether every tag is closed in order and there is nothing in texts and values that would need to be written otherwise.
+bool isEscaped(const std::string& text) {
+  for (size_t at = text.find('&'); at != std::string::npos; at = text.find('&', at + 1)) {
+    const std::string rest = text.substr(at, 5);
+    if (!rest.starts_with("&amp;") && !rest.starts_with("&lt;") && !rest.starts_with("&gt;")) return false;
+  }
+  return text.find_first_of("<>") == std::string::npos;
+}
+
+/// Whether every tag is closed in order and nothing in texts and values would need to be written otherwise.
 bool isWellFormed(const std::string& xml) {
-  static const std::regex token(R"re(<(/?)(\w+)((?: [\w:-]+="(?:[^<&"]|&(?:amp|lt|gt);)*")*)(/?)>|(?:[^<&>]|&(?:amp|lt|gt);)+)re");
   std::vector<std::string> open;
-  size_t reached = 0;
-  for (std::sregex_iterator at(xml.begin(), xml.end(), token), end; at != end; ++at) {
-    if (static_cast<size_t>(at->position()) != reached) return false;
-    reached += static_cast<size_t>(at->length());
-    const std::string name = (*at)[2];
-    if ((*at)[1].length() > 0) {
-      if (open.empty() || open.back() != name) return false;
-      open.pop_back();
-    } else if (!name.empty() && (*at)[4].length() == 0) {
+  for (size_t at = 0; at < xml.size();) {
+    const size_t begin = xml.find('<', at), end = xml.find('>', at);
+    if (!isEscaped(xml.substr(at, std::min(begin, end) - at))) return false;
+    if (begin == std::string::npos && end == std::string::npos) break;
+    if (begin == std::string::npos || end == std::string::npos || end < begin) return false;
+    const std::string tag = xml.substr(begin + 1, end - begin - 1);
+    const std::string name = tag.substr(0, tag.find(' '));
+    if (!isEscaped(tag) || std::count(tag.begin(), tag.end(), '"') % 2 != 0) return false;
+    at = end + 1;
+    if (tag.ends_with('/')) continue;
+    if (!tag.starts_with('/')) {
       open.push_back(name);
+    } else if (open.empty() || "/" + open.back() != name) {
+      return false;
+    } else {
+      open.pop_back();
     }
   }
-  return open.empty() && reached == xml.size();
+  return open.empty();
 }
 
 TEST(WaveformPicture, IsWellFormedAsSvgWhateverTheTitle) {
