@@ -66,10 +66,7 @@ std::vector<AxisTick> timeTicks(double fromSeconds, double toSeconds, int most) 
 
 std::vector<AxisTick> frequencyTicks(double fromHz, double toHz, int most) {
   if (!hasLength(fromHz, toHz)) return {};
-  constexpr double kInKilohertzFrom = 2000, kKilo = 1000;
-  const bool inKilohertz = toHz >= kInKilohertzFrom;
-  return ticks(fromHz, toHz, roundStep(roughStep(fromHz, toHz, most)),
-               [inKilohertz](double at) { return inKilohertz ? plotNumber(at / kKilo, 6) + " kHz" : plotNumber(at, 6) + " Hz"; });
+  return ticks(fromHz, toHz, roundStep(roughStep(fromHz, toHz, most)), [](double at) { return plotNumber(at, 6) + " Hz"; });
 }
 
 }  // namespace vidloom

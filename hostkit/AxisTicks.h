@@ -15,7 +15,7 @@ struct AxisTick {
 /// minutes, "1:30" and "1:00:00" in longer ones, "250 h" beyond a hundred hours. Empty for a range without a length.
 std::vector<AxisTick> timeTicks(double fromSeconds, double toSeconds, int most);
 
-/// The same for frequencies in Hz: "500 Hz", or "2.5 kHz" where the range reaches 2 kHz.
+/// The same for frequencies: "2500 Hz".
 std::vector<AxisTick> frequencyTicks(double fromHz, double toHz, int most);
 
 }  // namespace vidloom
