@@ -75,7 +75,10 @@ void WaveformAnalyzer::start(int64_t count, std::optional<WaveformFFTSetting> ff
   if (hasRun_.exchange(true)) return refuse();
   assetReader_->addOutput(AVAssetReaderTrackOutput::initWithTrack(audioAssetTrack_, outputSettings()));
   assetReader_->asset()->loadValuesAsynchronouslyForKeys({"duration"}, [weak = weak_from_this(), count, fft = std::move(fft)] {
-    if (const auto analyzer = weak.lock()) analyzer->read(count, fft);
+    std::shared_ptr<WaveformReading> reading;
+    if (const auto analyzer = weak.lock()) reading = analyzer->prepareReading(count, fft);
+    // Submitted without a hold on the analyzer: this thread may be kept from letting go of it for longer than the reading takes.
+    if (reading) dispatch_async(readingQueue(), [reading] { reading->run(); });
   });
 }
 
@@ -92,7 +95,7 @@ void WaveformAnalyzer::refuse() {
   });
 }
 
-void WaveformAnalyzer::read(int64_t count, std::optional<WaveformFFTSetting> fft) {
+std::shared_ptr<WaveformReading> WaveformAnalyzer::prepareReading(int64_t count, const std::optional<WaveformFFTSetting>& fft) {
   const std::shared_ptr<AVAsset>& asset = assetReader_->asset();
   std::optional<NSError> problem;
   if (asset->statusOfValueForKey("duration", &problem) != AVKeyValueStatusLoaded) {
@@ -100,7 +103,7 @@ void WaveformAnalyzer::read(int64_t count, std::optional<WaveformFFTSetting> fft
     reportFailure(weak_from_this(),
                   problem ? *problem
                           : AVMakeError(AVErrorUnknown, assetURL_.filename().string() + ": the duration cannot be had", assetURL_));
-    return;
+    return nullptr;
   }
   WaveformReading::Setup setup;
   setup.analyzer = weak_from_this();
@@ -108,8 +111,8 @@ void WaveformAnalyzer::read(int64_t count, std::optional<WaveformFFTSetting> fft
   setup.duration = asset->duration();
   setup.totalSamples = totalSamples(setup.duration);
   setup.count = count;
-  setup.fft = std::move(fft);
-  dispatch_async(readingQueue(), [reading = std::make_shared<WaveformReading>(std::move(setup))] { reading->run(); });
+  setup.fft = fft;
+  return std::make_shared<WaveformReading>(std::move(setup));
 }
 
 int64_t WaveformAnalyzer::totalSamples(const CMTime& duration) const {

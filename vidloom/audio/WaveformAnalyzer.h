@@ -16,6 +16,8 @@
 
 namespace vidloom {
 
+class WaveformReading;
+
 /// Reads the sound of a media file once, from start to end, and reduces it to levels. The file is streamed. All channels count as
 /// one stream of samples. May be dropped at any moment: reading then stops, and nothing is reported any more.
 class WaveformAnalyzer : public std::enable_shared_from_this<WaveformAnalyzer> {
@@ -58,8 +60,8 @@ class WaveformAnalyzer : public std::enable_shared_from_this<WaveformAnalyzer> {
   friend class WaveformReading;
   using Report = std::function<void(WaveformAnalyzerDelegate& delegate)>;
   void start(int64_t count, std::optional<WaveformFFTSetting> fft);
-  /// The duration has loaded, or has not.
-  void read(int64_t count, std::optional<WaveformFFTSetting> fft);
+  /// Null, with a report, where the duration has not loaded.
+  std::shared_ptr<WaveformReading> prepareReading(int64_t count, const std::optional<WaveformFFTSetting>& fft);
   void refuse();
   int64_t totalSamples(const CMTime& duration) const;
   /// Where the analyzer and its delegate are still there. Not with a lock held that the host could want.
