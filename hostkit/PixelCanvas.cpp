@@ -58,7 +58,7 @@ void PixelCanvas::band(double left, std::span<const PlotColumn> columns, uint32_
 
 void PixelCanvas::text(const std::string& text, const CGPoint& point, PlotAnchor anchor, double sizePixels, bool isBold) {
   TextStyle style;
-  style.font = std::string(isBold ? "Sans Bold " : "Sans ") + std::to_string(static_cast<int>(std::lround(sizePixels)));
+  style.font = plotFont(sizePixels, isBold);
   style.colorRGBA = kTextColorRGBA;
   std::string problem;
   const auto picture = pictureOfText(readableText(text), style, 1, problem);

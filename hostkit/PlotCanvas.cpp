@@ -1,27 +1,18 @@
 #include "hostkit/PlotCanvas.h"
 
-#include <cmath>
-
 #include "hostkit/PlotText.h"
 #include "hostkit/TextPicture.h"
 
 namespace vidloom {
-namespace {
-
-std::string fontOf(double sizePixels, bool isBold) {
-  return std::string(isBold ? "Sans Bold " : "Sans ") + std::to_string(static_cast<int>(std::lround(sizePixels)));
-}
-
-}  // namespace
 
 double PlotCanvas::widthOfText(const std::string& text, double sizePixels, bool isBold) {
   std::string problem;
-  const auto picture = pictureOfText(readableText(text), {.font = fontOf(sizePixels, isBold)}, 1, problem);
+  const auto picture = pictureOfText(readableText(text), {.font = plotFont(sizePixels, isBold)}, 1, problem);
   return picture ? picture->frame.size.width : 0;
 }
 
 std::string PlotCanvas::shortened(const std::string& text, double mostPixels, double sizePixels, bool isBold) {
-  const std::string whole = readableText(text);
+  std::string whole = readableText(text);
   if (widthOfText(whole, sizePixels, isBold) <= mostPixels) return whole;
   size_t fitting = 0, tooLong = whole.size();
   const auto cut = [&whole](size_t length) {

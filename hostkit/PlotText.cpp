@@ -17,10 +17,13 @@ std::string readableText(const std::string& text) {
   return result;
 }
 
+std::string plotFont(double sizePixels, bool isBold) { return (isBold ? "Sans Bold " : "Sans ") + plotNumber(sizePixels, 2); }
+
 std::string plotNumber(double value, int mostDecimals) {
   std::array<char, 400> digits{};  // the largest double has 309 before the point
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, mostDecimals).ptr;
-  std::string text(digits.data(), end);
+  const char* const end =
+      std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, mostDecimals).ptr;
+  std::string text(digits.data(), static_cast<size_t>(end - digits.data()));
   if (text.find('.') != std::string::npos) {
     text.erase(text.find_last_not_of('0') + 1);
     if (text.back() == '.') text.pop_back();

@@ -42,8 +42,9 @@ void drawLegend(PlotCanvas& canvas) {
   for (int y = 0; y < static_cast<int>(kBarHeight); ++y) {
     canvas.fill(CGRectMake(kLeft, kTop + y, kBarWidth, 1), colorOf(1 - (y + 0.5) / kBarHeight) << 8U | 0xffU);
   }
-  constexpr double kStep = 20;
-  for (double decibels = 0; decibels >= kQuietestDecibels; decibels -= kStep) {
+  constexpr int kSteps = 5;
+  for (int i = 0; i <= kSteps; ++i) {
+    const double decibels = kQuietestDecibels * i / kSteps;
     const double y = kTop + kBarHeight * (1 - shareOf(decibels));
     canvas.fill(CGRectMake(kLeft + kBarWidth, y - 0.5, 5, 1), kPlotAxisColor);
     canvas.text(plotNumber(decibels, 0), CGPointMake(kLeft + kBarWidth + 8, y + 4), PlotAnchor::left, kPlotTextSize, false);

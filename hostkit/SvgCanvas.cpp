@@ -37,9 +37,10 @@ std::string paint(uint32_t colorRGBA) {
 
 SvgCanvas::SvgCanvas(int width, int height) {
   const std::string w = std::to_string(width), h = std::to_string(height);
-  body_ = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + w + "\" height=\"" + h + "\" viewBox=\"0 0 " + w + " " + h +
-          "\" font-family=\"Liberation Sans, Arial, Helvetica, sans-serif\">\n"
-          "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
+  body_ = R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" + w + "\" height=\"" + h + "\" viewBox=\"0 0 " + w + " " + h +
+          R"(" font-family="Liberation Sans, Arial, Helvetica, sans-serif">
+<rect width="100%" height="100%" fill="#ffffff"/>
+)";
 }
 
 void SvgCanvas::fill(const CGRect& area, uint32_t colorRGBA) {

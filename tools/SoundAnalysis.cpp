@@ -2,7 +2,7 @@
 
 #include <atomic>
 #include <cmath>
-#include <mutex>
+#include <utility>
 
 #include "tools/Console.h"
 #include "tools/Interruption.h"
@@ -68,8 +68,9 @@ std::optional<SoundTrack> soundTrackOf(const AVAsset& asset, const AVAssetTrack&
   return sound;
 }
 
-AnalysedSound analyse(std::shared_ptr<WaveformAnalyzer> analyzer, const std::function<void(WaveformAnalyzer&)>& start,
+AnalysedSound analyse(std::shared_ptr<WaveformAnalyzer> given, const std::function<void(WaveformAnalyzer&)>& start,
                       const std::function<bool()>& mayGoOn) {
+  const std::shared_ptr<WaveformAnalyzer> analyzer = std::move(given);
   const auto listener = std::make_shared<AnalysisListener>();
   analyzer->setDelegate(listener);
   start(*analyzer);

@@ -35,7 +35,7 @@ struct AnalysedSound {
 
 /// Waits on the main thread for what `start` begins, telling the progress on a terminal. Gives up, without a word, once `mayGoOn`
 /// says no; what was captured in spectra may be used a moment longer.
-AnalysedSound analyse(std::shared_ptr<WaveformAnalyzer> analyzer, const std::function<void(WaveformAnalyzer&)>& start,
+AnalysedSound analyse(std::shared_ptr<WaveformAnalyzer> given, const std::function<void(WaveformAnalyzer&)>& start,
                       const std::function<bool()>& mayGoOn = {});
 
 /// On standard error, where that is a terminal; less than 0 ends the line.

@@ -35,8 +35,8 @@ struct BinRange {
 
 BinRange binsOf(const SpectrumOptions& options, float sampleRate) {
   const float nyquist = sampleRate * 0.5f;
-  const auto count = static_cast<float>(options.size / 2);
-  const auto binAt = [&](float frequency) { return static_cast<int64_t>(count * frequency / nyquist); };
+  const int64_t binCount = options.size / 2;
+  const auto binAt = [&](float frequency) { return static_cast<int64_t>(static_cast<float>(binCount) * frequency / nyquist); };
   return {binAt(options.minFrequency), binAt(std::min(options.maxFrequency, nyquist))};
 }
 
@@ -117,7 +117,7 @@ class SpectrumRun {
     output.write(setting_.size);
     output.write(",\"hop\":");
     output.write(setting_.hop);
-    output.write(",\"window\":\"" + options_.window + "\",\"fullScaleSinePower\":");
+    output.write(R"(,"window":")" + options_.window + R"(","fullScaleSinePower":)");
     output.write(fullScaleSinePower(example));
     output.write(",\"frequencies\":");
     writeList(output, *example.bandFrequencies());

@@ -18,6 +18,7 @@ using ::testing::Not;
 
 std::vector<std::string> labelsOf(const std::vector<AxisTick>& ticks) {
   std::vector<std::string> labels;
+  labels.reserve(ticks.size());
   for (const AxisTick& tick : ticks) labels.push_back(tick.label);
   return labels;
 }
@@ -208,8 +209,8 @@ TEST(SpectrumPicture, GetsLighterWithThePower) {
   setup.maxFrequency = 512;
   for (int i = 0; i <= 512; ++i) setup.bandEdges.push_back(i);
   SpectrumPicture picture(setup);
-  std::vector<float> powers;
-  for (int i = 0; i < 512; ++i) powers.push_back(std::pow(10.0f, static_cast<float>(i - 512) / 51.2f));
+  std::vector<float> powers(512);
+  for (size_t i = 0; i < 512; ++i) powers[i] = std::pow(10.0f, static_cast<float>(i) / 51.2f - 10);
   picture.add(powers, 0.5);
   const CGImageRef image = picture.picture();
   double before = 0;

@@ -54,7 +54,7 @@ TEST_F(SoundCommandsTest, LevelsAreWhatTheAnalyzerGave) {
   for (size_t i = 400; i < 600; i += 2) samples[i] = 0;
   std::fill(samples.begin() + 600, samples.end(), int16_t{1000});
   addWav("levels.wav", 8000, 2, samples);
-  const std::string expected = "{\"count\":4,\"samplesPerValue\":200,\"values\":[0,1,0.5,0.60617";
+  const std::string expected = R"({"count":4,"samplesPerValue":200,"values":[0,1,0.5,0.60617)";
   EXPECT_THAT(run({"waveform", "levels.wav", "--count", "4"}).out, ::testing::StartsWith(expected));
   ASSERT_EQ(run({"waveform", "levels.wav", "--count", "4", "-o", "levels.json"}).exitCode, 0);
   const std::string text = folder_.read("levels.json");
@@ -68,10 +68,9 @@ TEST_F(SoundCommandsTest, LevelsAreWhatTheAnalyzerGave) {
 std::vector<int64_t> fieldsOf(const std::string& bytes, size_t from, size_t count, size_t size) {
   std::vector<int64_t> fields;
   for (size_t i = 0; i < count && from + (i + 1) * size <= bytes.size(); ++i) {
-    uint64_t value = 0;
-    for (size_t byte = size; byte-- > 0;) value = value << 8U | static_cast<uint8_t>(bytes[from + i * size + byte]);
-    const unsigned unused = 64 - 8 * static_cast<unsigned>(size);
-    fields.push_back(static_cast<int64_t>(value << unused) >> unused);
+    int64_t value = 0, range = 1;
+    for (size_t byte = 0; byte < size; ++byte, range *= 256) value += range * static_cast<uint8_t>(bytes[from + i * size + byte]);
+    fields.push_back(value < range / 2 ? value : value - range);
   }
   return fields;
 }
@@ -79,7 +78,7 @@ std::vector<int64_t> fieldsOf(const std::string& bytes, size_t from, size_t coun
 TEST_F(SoundCommandsTest, PeaksAreTheEndsOfEveryPixelInTextAndBinary) {
   std::mt19937 random(3);
   std::uniform_int_distribution<int> any(-32768, 32767);
-  Samples samples(2 * 10'007);
+  Samples samples(size_t{2} * 10'007);
   for (int16_t& sample : samples) sample = static_cast<int16_t>(any(random));
   samples[0] = samples[1] = -32768;
   samples[2] = samples[3] = 32767;
@@ -129,8 +128,8 @@ double loudestTime(const json& spectrum) {
 }
 
 TEST_F(SoundCommandsTest, SpectraShowAClickWhenItIsAndASweepWhereItIs) {
-  Samples click(5 * 44100);
-  click[2 * 44100] = 32767;
+  Samples click(size_t{5} * 44100);
+  click[click.size() / 5 * 2] = 32767;
   addWav("click.wav", 44100, 1, click);
   for (const std::string window : {"hanning", "hamming"}) {
     const json spectrum = dataOf({"spectrum", "click.wav", "--size", "512", "--hop", "64", "--window", window});
@@ -266,7 +265,7 @@ TEST_F(SoundCommandsTest, AFileThatCannotBeWrittenStaysAsItWas) {
 }
 
 TEST_F(SoundCommandsTest, EndAtOnceWhenCancelled) {
-  addWav("long.wav", 48000, 1, Samples(60 * 48000, 1000));
+  addWav("long.wav", 48000, 1, Samples(size_t{60} * 48000, 1000));
   for (const std::vector<std::string>& command : {std::vector<std::string>{"spectrum", "long.wav", "--bands", "1000"},
                                                   {"waveform", "long.wav", "--count", "0", "--format", "peaks"}}) {
     RunningCommand running(command, folder_.path());
