@@ -20,6 +20,7 @@ namespace {
 constexpr int kMostReports = 20;
 constexpr int kJitterMs = 25;
 constexpr int kExactJitterSamples = 2;
+constexpr int kGuardedPackets = 4;
 
 /// Samples that a decoder must have behind it before what it gives is what it would give from the start.
 int64_t prerollOf(AVCodecID codec, int rate, int packetFrames) {
@@ -65,6 +66,7 @@ SoundDecoder::SoundDecoder(std::unique_ptr<PacketSource> packets, AvCodecContext
       logName_(context_.get(), packets_->file().logName()),
       packet_(av_packet_alloc()),
       rate_(std::max(1, static_cast<int>(packets_->track().sampleRate))),
+      guardedPackets_(kGuardedPackets),
       quietBefore_(std::numeric_limits<int64_t>::min()) {
   const TrackSource& source = packets_->source();
   firstSample_ = sampleAt(source.firstTicks);
@@ -101,6 +103,19 @@ void SoundDecoder::reset(bool atBeginning) {
   nextSample_.reset();
   drained_ = false;
   errorsAtEnd_ = 0;
+  guardedPackets_ = kGuardedPackets;
+}
+
+/// libavcodec must not cut off what packets ask it to, or what it knows of an encoder by the first one: samples are counted by us.
+/// Telling it so costs it memory for every frame, so it is told only around such packets.
+void SoundDecoder::guardSamples() {
+  if (av_packet_get_side_data(packet_.get(), AV_PKT_DATA_SKIP_SAMPLES, nullptr)) guardedPackets_ = kGuardedPackets;
+  if (guardedPackets_ > 0) {
+    --guardedPackets_;
+    context_->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
+  } else {
+    context_->flags2 &= ~AV_CODEC_FLAG2_SKIP_MANUAL;
+  }
 }
 
 void SoundDecoder::restartAtBeginning() {
@@ -176,6 +191,7 @@ SoundDecoder::Status SoundDecoder::sendPacket() {
     return Status::block;
   }
   if (packet_->pts != AV_NOPTS_VALUE) packetTicks_ = packet_->pts;
+  guardSamples();
   const int sent = avcodec_send_packet(context_.get(), packet_.get());
   if (sent < 0) report("damaged sound data", sent);
   av_packet_unref(packet_.get());

@@ -37,6 +37,7 @@ class SoundDecoder {
   void reset(bool atBeginning);
   void restartAtBeginning();
   Status sendPacket();
+  void guardSamples();
   bool place(SoundBlock& block);
   int64_t sampleAt(int64_t ticks) const;
   int64_t snapped(int64_t sample) const;
@@ -56,6 +57,7 @@ class SoundDecoder {
   bool drained_ = false;
   bool fromBeginning_ = true;  ///< what comes next without a time stamp is the track's very first sound
   int reports_ = 0, errorsAtEnd_ = 0;
+  int guardedPackets_;   ///< how many of the next packets guardSamples() keeps whole
   int64_t quietBefore_;  ///< damage before this sample is not logged: decoding begins in the middle of something
 };
 
