@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -17,7 +18,7 @@ void check(WaveformArguments& arguments) {
   WaveformOptions& options = arguments.options;
   const auto extension = options.output.extension();
   options.wantsPeaks = arguments.format == "peaks";
-  if (options.count < 0) throw CLI::ValidationError("--count", "must be 0 or more");
+  options.count = std::max<int64_t>(0, options.count);
   if (!options.output.empty() && extension != ".json" && extension != ".dat" && extension != ".svg" && extension != ".png") {
     throw CLI::ValidationError("-o", "must end in .json, .dat, .svg or .png");
   }
@@ -34,7 +35,7 @@ void addWaveformCommand(CLI::App& app, CommandRun& run) {
   const auto arguments = std::make_shared<WaveformArguments>();
   WaveformOptions& options = arguments->options;
   command->add_option("MEDIA", options.media, "The media file; its first audio track counts")->required();
-  command->add_option("--count", options.count, "How many values to make of the file's duration; 0: one a sample")->required();
+  command->add_option("--count", options.count, "How many values to make of the file's duration; 0 or less: one a sample")->required();
   command
       ->add_option(
           "--format", arguments->format,
