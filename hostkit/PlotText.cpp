@@ -17,6 +17,22 @@ std::string readableText(const std::string& text) {
   return result;
 }
 
+std::string xmlText(const std::string& text) {
+  std::string result;
+  for (const char c : readableText(text)) {
+    if (c == '&') {
+      result += "&amp;";
+    } else if (c == '<') {
+      result += "&lt;";
+    } else if (c == '>') {
+      result += "&gt;";
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
 std::string plotFont(double sizePixels, bool isBold) { return (isBold ? "Sans Bold " : "Sans ") + plotNumber(sizePixels, 2); }
 
 std::string plotNumber(double value, int mostDecimals) {

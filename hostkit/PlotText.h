@@ -8,6 +8,9 @@ namespace vidloom {
 /// In one line of valid UTF-8: control characters become spaces, what is no UTF-8 the replacement character.
 std::string readableText(const std::string& text);
 
+/// The same as it is written between the tags of XML.
+std::string xmlText(const std::string& text);
+
 /// The host kit's font in that size, as TextStyle names it.
 std::string plotFont(double sizePixels, bool isBold);
 

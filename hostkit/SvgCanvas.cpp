@@ -10,22 +10,6 @@ namespace {
 
 std::string number(double value) { return plotNumber(value, 2); }
 
-std::string escaped(const std::string& text) {
-  std::string result;
-  for (const char c : readableText(text)) {
-    if (c == '&') {
-      result += "&amp;";
-    } else if (c == '<') {
-      result += "&lt;";
-    } else if (c == '>') {
-      result += "&gt;";
-    } else {
-      result += c;
-    }
-  }
-  return result;
-}
-
 std::string paint(uint32_t colorRGBA) {
   std::string result = NSStringWithFormat(" fill=\"#%06x\"", colorRGBA >> 8);
   const uint32_t alpha = colorRGBA & 0xffU;
@@ -78,7 +62,7 @@ void SvgCanvas::text(const std::string& text, const CGPoint& point, PlotAnchor a
   constexpr std::array kAnchors{"", " text-anchor=\"middle\"", " text-anchor=\"end\""};
   body_ += "<text x=\"" + number(point.x) + "\" y=\"" + number(point.y) + "\" font-size=\"" + number(sizePixels) + "\"" +
            kAnchors.at(static_cast<size_t>(anchor)) + (isBold ? " font-weight=\"bold\"" : "") + " fill=\"#222222\">" +
-           escaped(text) + "</text>\n";
+           xmlText(text) + "</text>\n";
 }
 
 }  // namespace vidloom

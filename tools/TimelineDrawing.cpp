@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "hostkit/PlotText.h"
 #include "vidloom/platform/foundation/NSLog.h"
 #include "vidloom/timeline/LUMTrack.h"
 
@@ -11,22 +12,6 @@ namespace {
 
 constexpr double kLeft = 90, kTop = 20, kRowGap = 10, kBoxHeight = 44, kSpeedHeight = 70, kWidth = 1200, kAxisHeight = 40;
 constexpr double kCharacterWidth = 6.7;  // of the 11 px font, on the safe side
-
-std::string escaped(const std::string& text) {
-  std::string result;
-  for (const char c : text) {
-    if (c == '&') {
-      result += "&amp;";
-    } else if (c == '<') {
-      result += "&lt;";
-    } else if (c == '>') {
-      result += "&gt;";
-    } else if (static_cast<unsigned char>(c) >= ' ') {
-      result += c;
-    }
-  }
-  return result;
-}
 
 /// Cut to the room, never inside a character.
 std::string shortened(const std::string& text, double room) {
@@ -148,14 +133,14 @@ class Drawing {
         "of " + secondsText(startOf(run.first->source)) + " \u2013 " + secondsText(endOf(run.last->source)) + " s";
     // Colours by the golden angle: neighbouring ids look different.
     const int hue = static_cast<int>(std::fmod(static_cast<double>(id) * 137.5, 360));
-    out_ += NSStringWithFormat("<g><title>%s: %s, %s</title>\n", escaped(name).c_str(), target.c_str(), source.c_str());
+    out_ += NSStringWithFormat("<g><title>%s: %s, %s</title>\n", xmlText(name).c_str(), target.c_str(), source.c_str());
     out_ += NSStringWithFormat(
         "<rect x=\"%g\" y=\"%g\" width=\"%g\" height=\"%g\" fill=\"hsl(%d, 60%%, %d%%)\" stroke=\"#444444\" "
         "stroke-width=\"0.5\"/>\n",
         left, top, width, height, hue, row.isVideo ? 78 : 88);
     double baseline = top + 13;
     for (const std::string& line : {name, target, source}) {
-      const std::string label = escaped(shortened(line, width - 6));
+      const std::string label = xmlText(shortened(line, width - 6));
       if (!label.empty()) out_ += NSStringWithFormat("<text x=\"%g\" y=\"%g\">%s</text>\n", left + 4, baseline, label.c_str());
       baseline += 13;
     }

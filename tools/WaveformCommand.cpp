@@ -35,7 +35,8 @@ void addWaveformCommand(CLI::App& app, CommandRun& run) {
   const auto arguments = std::make_shared<WaveformArguments>();
   WaveformOptions& options = arguments->options;
   command->add_option("MEDIA", options.media, "The media file; its first audio track counts")->required();
-  command->add_option("--count", options.count, "How many values to make of the file's duration; 0 or less: one a sample")->required();
+  command->add_option("--count", options.count, "How many values to make of the file's duration; 0 or less: one a sample")
+      ->required();
   command
       ->add_option(
           "--format", arguments->format,
