@@ -1,6 +1,7 @@
 #include "vidloom/audio/LevelReducer.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace vidloom {
 
@@ -16,41 +17,46 @@ constexpr double kRounding = 4e-5;
 }  // namespace
 
 LevelReducer::LevelReducer(int64_t samplesPerLevel)
-    : decibels_(kZeroReference, kNoiseFloor, kCeiling), samplesPerLevel_(std::max<int64_t>(1, samplesPerLevel)) {}
+    : decibels_(kZeroReference, kNoiseFloor, kCeiling),
+      samplesPerLevel_(std::max<int64_t>(1, samplesPerLevel)),
+      levelsPerSample_(1 / static_cast<double>(samplesPerLevel_)) {}
 
 void LevelReducer::reserve(int64_t levelCount) { levels_.reserve(static_cast<size_t>(std::max<int64_t>(0, levelCount))); }
 
-void LevelReducer::append(const int16_t* samples, size_t count) {
-  if (samplesPerLevel_ >= kLongGroup) return addGroups(samples, count);
-  each_.resize(kSamplesAtOnce);
-  for (size_t at = 0; at < count; at += kSamplesAtOnce) addShortGroups(samples + at, std::min(kSamplesAtOnce, count - at));
-}
-
-void LevelReducer::addGroups(const int16_t* samples, size_t count) {
-  while (count > 0) {
-    const auto part = static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(count), samplesPerLevel_ - inGroup_));
-    sum_ += decibels_.sum(samples, part);
+template <class SumOf>
+void LevelReducer::addGroups(size_t count, const SumOf& sumOf) {
+  for (size_t at = 0; at < count;) {
+    const auto part = static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(count - at), samplesPerLevel_ - inGroup_));
+    sum_ += sumOf(at, part);
     inGroup_ += static_cast<int64_t>(part);
-    samples += part;
-    count -= part;
+    at += part;
     if (inGroup_ == samplesPerLevel_) finishGroup();
   }
 }
 
-void LevelReducer::addShortGroups(const int16_t* samples, size_t count) {
-  decibels_.ofEach(samples, count, each_.data());
-  if (samplesPerLevel_ == 1) {
-    levels_.insert(levels_.end(), each_.begin(), each_.begin() + static_cast<ptrdiff_t>(count));
+void LevelReducer::append(const int16_t* samples, size_t count) {
+  if (samplesPerLevel_ >= kLongGroup) {
+    addGroups(count, [&](size_t at, size_t part) { return decibels_.sum(samples + at, part); });
     return;
   }
-  for (size_t i = 0; i < count; ++i) {
-    sum_ += static_cast<double>(each_[i]);
-    if (++inGroup_ == samplesPerLevel_) finishGroup();
+  each_.resize(kSamplesAtOnce);
+  for (size_t at = 0; at < count; at += kSamplesAtOnce) addShortGroups(samples + at, std::min(kSamplesAtOnce, count - at));
+}
+
+void LevelReducer::addShortGroups(const int16_t* samples, size_t count) {
+  decibels_.ofEach(samples, count, each_.data());
+  const auto first = each_.begin();
+  if (samplesPerLevel_ == 1) {
+    levels_.insert(levels_.end(), first, first + static_cast<ptrdiff_t>(count));
+    return;
   }
+  addGroups(count, [&](size_t at, size_t part) {
+    return std::accumulate(first + static_cast<ptrdiff_t>(at), first + static_cast<ptrdiff_t>(at + part), 0.0);
+  });
 }
 
 void LevelReducer::finishGroup() {
-  const double mean = sum_ / static_cast<double>(samplesPerLevel_);
+  const double mean = sum_ * levelsPerSample_;
   const bool isSilence = mean<kNoiseFloor + kRounding, isFullScale = mean> kCeiling - kRounding;
   levels_.push_back(isSilence ? kNoiseFloor : isFullScale ? kCeiling : static_cast<float>(mean));
   sum_ = 0;

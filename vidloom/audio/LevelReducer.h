@@ -22,12 +22,15 @@ class LevelReducer {
   std::vector<float> takeLevels();
 
  private:
-  void addGroups(const int16_t* samples, size_t count);
+  /// `sumOf(at, part)` is the sum of the decibels of `part` of the samples from number `at` on.
+  template <class SumOf>
+  void addGroups(size_t count, const SumOf& sumOf);
   void addShortGroups(const int16_t* samples, size_t count);
   void finishGroup();
 
   const ClippedDecibels decibels_;
   const int64_t samplesPerLevel_;
+  const double levelsPerSample_;
   std::vector<float> levels_;
   std::vector<float> each_;  ///< decibels of single samples
   double sum_ = 0;           ///< of the group that has begun
