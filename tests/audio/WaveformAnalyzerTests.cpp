@@ -113,6 +113,28 @@ TEST(WaveformAnalyzer, IsSilentOnceItIsGone) {
   }
 }
 
+TEST(WaveformAnalyzer, IsSilentOnceItIsGoneThoughASecondRunWaitsToReport) {
+  for (int i = 0; i < 20; ++i) {
+    Analysis run(tenSeconds());
+    const std::weak_ptr<AVAssetReader> reader = run.analyzer->assetReader();
+    const dispatch_semaphore_t isStarted = dispatch_semaphore_create(0), isLater = dispatch_semaphore_create(0);
+    run.recorder->onProgress = [&] {
+      if (!run.analyzer) return;
+      dispatch_semaphore_wait(isStarted, DISPATCH_TIME_FOREVER);
+      run.analyzer->samples(1);
+      dispatch_async(dispatch_get_global_queue(QOS_CLASS_USER_INITIATED), [isLater] { dispatch_semaphore_signal(isLater); });
+      dispatch_semaphore_wait(isLater, DISPATCH_TIME_FOREVER);
+      run.analyzer.reset();
+    };
+    const LogCapture log;
+    run.analyzer->samples(100);
+    dispatch_semaphore_signal(isStarted);
+    ASSERT_TRUE(testing::eventually([&] { return reader.expired(); }));
+    EXPECT_EQ(run.recorder->progress.size(), 1U);
+    EXPECT_TRUE(run.recorder->errors.empty() && run.recorder->lists.empty());
+  }
+}
+
 TEST(WaveformAnalyzer, NeedsNoDelegate) {
   Analysis run(tenSeconds());
   const std::weak_ptr<WaveformRecorder> recorder = run.recorder;
@@ -189,6 +211,23 @@ TEST(WaveformAnalyzer, HandsSpectraOverOneByOne) {
     EXPECT_EQ(bands[i], *gathered[i]->bandMagnitudes());
     EXPECT_DOUBLE_EQ(starts[i], static_cast<double>(i) * 1024 / 8000);
   }
+}
+
+TEST(WaveformAnalyzer, HandsOverNoSpectrumOnceItIsGone) {
+  Analysis run(tenSeconds());
+  const std::weak_ptr<AVAssetReader> reader = run.analyzer->assetReader();
+  const dispatch_semaphore_t isStarted = dispatch_semaphore_create(0);
+  int blocks = 0;
+  WaveformFFTSetting setting;
+  setting.hop = 1;
+  setting.eachBlock = [&](const TempiFFT&, double) {
+    if (++blocks == 1) dispatch_semaphore_wait(isStarted, DISPATCH_TIME_FOREVER);
+    if (blocks == 3) run.analyzer.reset();
+  };
+  run.analyzer->samples(1, setting);
+  dispatch_semaphore_signal(isStarted);
+  ASSERT_TRUE(testing::eventually([&] { return reader.expired(); }));
+  EXPECT_EQ(blocks, 3);
 }
 
 }  // namespace

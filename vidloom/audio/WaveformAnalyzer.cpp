@@ -127,12 +127,21 @@ int64_t WaveformAnalyzer::totalSamples(const CMTime& duration) const {
 }
 
 void WaveformAnalyzer::report(const std::weak_ptr<WaveformAnalyzer>& analyzer, const Report& report) {
+  callHost(analyzer, [&](WaveformAnalyzerDelegate* delegate) {
+    if (delegate) report(*delegate);
+  });
+}
+
+void WaveformAnalyzer::callHost(const std::weak_ptr<WaveformAnalyzer>& analyzer, const HostCall& call) {
+  std::shared_ptr<std::mutex> mutex;
+  if (const auto alive = analyzer.lock()) mutex = alive->callMutex_;
+  if (!mutex) return;
+  // Let go of last: who waits for it must not find what only this call keeps.
+  const std::lock_guard lock(*mutex);
   const auto alive = analyzer.lock();
   if (!alive) return;
   const auto delegate = alive->delegate();
-  if (!delegate) return;
-  const std::lock_guard lock(alive->reportMutex_);
-  report(*delegate);
+  call(delegate.get());
 }
 
 void WaveformAnalyzer::reportFailure(const std::weak_ptr<WaveformAnalyzer>& analyzer, const NSError& error) {

@@ -59,6 +59,7 @@ class WaveformAnalyzer : public std::enable_shared_from_this<WaveformAnalyzer> {
  private:
   friend class WaveformReading;
   using Report = std::function<void(WaveformAnalyzerDelegate& delegate)>;
+  using HostCall = std::function<void(WaveformAnalyzerDelegate* delegate)>;
   void start(int64_t count, std::optional<WaveformFFTSetting> fft);
   /// Null, with a report, where the duration has not loaded.
   std::shared_ptr<WaveformReading> prepareReading(int64_t count, const std::optional<WaveformFFTSetting>& fft);
@@ -66,6 +67,8 @@ class WaveformAnalyzer : public std::enable_shared_from_this<WaveformAnalyzer> {
   int64_t totalSamples(const CMTime& duration) const;
   /// Where the analyzer and its delegate are still there. Not with a lock held that the host could want.
   static void report(const std::weak_ptr<WaveformAnalyzer>& analyzer, const Report& report);
+  /// Where the analyzer is still there, once no other call is under way; null where the delegate is gone.
+  static void callHost(const std::weak_ptr<WaveformAnalyzer>& analyzer, const HostCall& call);
   static void reportFailure(const std::weak_ptr<WaveformAnalyzer>& analyzer, const NSError& error);
 
   std::shared_ptr<AVAssetReader> assetReader_;
@@ -75,7 +78,8 @@ class WaveformAnalyzer : public std::enable_shared_from_this<WaveformAnalyzer> {
   mutable std::mutex mutex_;
   std::weak_ptr<WaveformAnalyzerDelegate> delegate_;
   std::optional<NSError> error_;
-  std::mutex reportMutex_;  ///< one report at a time
+  /// One call at a time. Shared, for whoever waits for it must not keep the analyzer.
+  const std::shared_ptr<std::mutex> callMutex_ = std::make_shared<std::mutex>();
   std::atomic<int64_t> samplesPerValue_{0};
   std::atomic<bool> hasRun_{false};
 };

@@ -20,10 +20,21 @@ int64_t samplesPerLevel(int64_t totalSamples, int64_t count) {
 
 }  // namespace
 
-WaveformReading::WaveformReading(Setup setup)
-    : setup_(std::move(setup)), samplesPerLevel_(samplesPerLevel(setup_.totalSamples, setup_.count)), levels_(samplesPerLevel_) {
+WaveformReading::WaveformReading(Setup given)
+    : setup_(silencedWithAnalyzer(std::move(given))),
+      samplesPerLevel_(samplesPerLevel(setup_.totalSamples, setup_.count)),
+      levels_(samplesPerLevel_) {
   levels_.reserve(std::min(setup_.totalSamples / samplesPerLevel_, kReservedLevels));
   if (const auto analyzer = setup_.analyzer.lock()) analyzer->samplesPerValue_ = samplesPerLevel_;
+}
+
+/// A buffer of sound gives many blocks: each asks for itself whether the analyzer is still there.
+WaveformReading::Setup WaveformReading::silencedWithAnalyzer(Setup setup) {
+  if (!setup.fft || !setup.fft->eachBlock) return setup;
+  setup.fft->eachBlock = [analyzer = setup.analyzer, each = std::move(setup.fft->eachBlock)](const TempiFFT& fft, double start) {
+    WaveformAnalyzer::callHost(analyzer, [&](WaveformAnalyzerDelegate*) { each(fft, start); });
+  };
+  return setup;
 }
 
 void WaveformReading::run() {

@@ -23,12 +23,13 @@ class WaveformReading {
     int64_t count = 0;                      ///< how many levels are wanted
     std::optional<WaveformFFTSetting> fft;
   };
-  explicit WaveformReading(Setup setup);
+  explicit WaveformReading(Setup given);
 
   /// Reads to the end and reports the result. Blocks.
   void run();
 
  private:
+  static Setup silencedWithAnalyzer(Setup setup);
   /// False once the analyzer is gone.
   bool readSamples();
   void take(const CMSampleBufferRef& sample, const CMBlockBufferRef& block);
