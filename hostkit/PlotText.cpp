@@ -14,6 +14,10 @@ std::string readableText(const std::string& text) {
   for (char& c : result) {
     if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = ' ';
   }
+  // U+FFFE and U+FFFF are no characters of XML.
+  for (const char* const nonCharacter : {"\ufffe", "\uffff"}) {
+    for (size_t at = 0; (at = result.find(nonCharacter, at)) != std::string::npos;) result.replace(at, 3, "\ufffd");
+  }
   return result;
 }
 

@@ -5,7 +5,8 @@
 
 namespace vidloom {
 
-/// In one line of valid UTF-8: control characters become spaces, what is no UTF-8 the replacement character.
+/// In one line of valid UTF-8 that XML takes: control characters become spaces, what is no UTF-8 or no character the replacement
+/// character.
 std::string readableText(const std::string& text);
 
 /// The same as it is written between the tags of XML.

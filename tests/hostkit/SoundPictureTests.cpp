@@ -142,9 +142,9 @@ TEST(WaveformPicture, IsWellFormedAsSvgWhateverTheTitle) {
   const std::vector<float> few{0, 0.5f, 1}, many(3000, 0.5f);
   for (const std::vector<float>& levels : {few, many, {}}) {
     const std::string svg = svgOfWaveform(
-        {.title = "a<b>\"&\n\x01\xff caf\u00e9.wav", .description = "1 < 2", .levels = levels, .secondsPerValue = 0.01});
+        {.title = "a<b>\"&\n\x01\xff\uffff caf\u00e9.wav", .description = "1 < 2", .levels = levels, .secondsPerValue = 0.01});
     EXPECT_TRUE(isWellFormed(svg)) << svg.substr(0, 600);
-    EXPECT_THAT(svg, HasSubstr("a&lt;b&gt;\"&amp;  \ufffd caf\u00e9.wav</text>"));
+    EXPECT_THAT(svg, HasSubstr("a&lt;b&gt;\"&amp;  \ufffd\ufffd caf\u00e9.wav</text>"));
     EXPECT_THAT(svg, HasSubstr("-50 dB</text>"));
     EXPECT_LT(svg.size(), 100'000U);
   }
