@@ -6,11 +6,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <numbers>
 #include <numeric>
 
 #include "tests/audio/WaveformRecorder.h"
 #include "tests/support/Fixtures.h"
+#include "vidloom/platform/avfoundation/AVError.h"
 
 namespace vidloom {
 namespace {
@@ -93,6 +95,20 @@ TEST(WaveformAnalyzer, GivesAnEmptyListAndTheReasonWhereReadingFails) {
   EXPECT_TRUE(run.recorder->lists.front().empty());
   EXPECT_EQ(run.recorder->errors.size(), 1U);
   EXPECT_TRUE(run.analyzer->error());
+}
+
+TEST(WaveformAnalyzer, GivesAnEmptyListAndTheReasonWhereMemoryRunsOut) {
+  Analysis run(tenSeconds());
+  WaveformFFTSetting setting;
+  setting.eachBlock = [](const TempiFFT&, double) { throw std::bad_alloc(); };
+  ::testing::internal::CaptureStderr();
+  run.analyzer->samples(100, setting);
+  ASSERT_TRUE(run.recorder->wait());
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("ERROR: reading waveform audio data has failed "));
+  EXPECT_TRUE(run.recorder->lists.front().empty());
+  ASSERT_EQ(run.recorder->errors.size(), 1U);
+  EXPECT_EQ(run.recorder->errors[0].code(), AVErrorOutOfMemory);
+  EXPECT_THAT(run.recorder->errors[0].localizedDescription(), HasSubstr("ten.wav"));
 }
 
 TEST(WaveformAnalyzer, IsSilentOnceItIsGone) {

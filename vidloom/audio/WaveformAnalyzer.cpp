@@ -108,6 +108,7 @@ std::shared_ptr<WaveformReading> WaveformAnalyzer::prepareReading(int64_t count,
   WaveformReading::Setup setup;
   setup.analyzer = weak_from_this();
   setup.reader = assetReader_;
+  setup.fileName = assetURL_.filename().string();
   setup.duration = asset->duration();
   setup.totalSamples = totalSamples(setup.duration);
   setup.count = count;

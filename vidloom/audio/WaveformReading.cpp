@@ -1,6 +1,7 @@
 #include "vidloom/audio/WaveformReading.h"
 
 #include <algorithm>
+#include <new>
 
 #include "vidloom/audio/ConsoleLine.h"
 #include "vidloom/platform/avfoundation/AVError.h"
@@ -38,11 +39,17 @@ WaveformReading::Setup WaveformReading::silencedWithAnalyzer(Setup setup) {
 }
 
 void WaveformReading::run() {
-  if (!readSamples()) return;
-  if (setup_.reader->status() == AVAssetReaderStatusCompleted) {
-    complete();
-  } else {
-    fail();
+  try {
+    if (!readSamples()) return;
+    if (setup_.reader->status() == AVAssetReaderStatusCompleted) return complete();
+    const auto cancelled = [] {
+      return AVMakeError(AVErrorOperationCancelled, "The reading of the waveform's sound was cancelled");
+    };
+    const std::optional<NSError> error = setup_.reader->error();
+    fail(error ? *error : cancelled());
+  } catch (const std::bad_alloc&) {
+    levels_.takeLevels();  // gives back what it holds
+    fail(AVMakeError(AVErrorOutOfMemory, setup_.fileName + ": no memory for the values of its sound"));
   }
 }
 
@@ -92,11 +99,9 @@ void WaveformReading::complete() {
   });
 }
 
-void WaveformReading::fail() {
+void WaveformReading::fail(const NSError& error) {
   writeConsoleLine("ERROR: reading waveform audio data has failed " + std::to_string(setup_.reader->status()));
-  const auto cancelled = [] { return AVMakeError(AVErrorOperationCancelled, "The reading of the waveform's sound was cancelled"); };
-  const std::optional<NSError> error = setup_.reader->error();
-  WaveformAnalyzer::reportFailure(setup_.analyzer, error ? *error : cancelled());
+  WaveformAnalyzer::reportFailure(setup_.analyzer, error);
   WaveformAnalyzer::report(setup_.analyzer, [](auto& delegate) { delegate.waveformAnalyzerCompleteGenerate({}); });
 }
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "vidloom/audio/LevelReducer.h"
 #include "vidloom/audio/SpectrumBlocks.h"
@@ -18,6 +19,7 @@ class WaveformReading {
   struct Setup {
     std::weak_ptr<WaveformAnalyzer> analyzer;
     std::shared_ptr<AVAssetReader> reader;  ///< with one output, not started
+    std::string fileName;                   ///< for errors
     CMTime duration;                        ///< of the asset
     int64_t totalSamples = 0;               ///< interleaved samples in the duration
     int64_t count = 0;                      ///< how many levels are wanted
@@ -35,7 +37,7 @@ class WaveformReading {
   void take(const CMSampleBufferRef& sample, const CMBlockBufferRef& block);
   void reportProgress(const CMTime& time);
   void complete();
-  void fail();
+  void fail(const NSError& error);
   bool analyzerIsGone() const { return setup_.analyzer.expired(); }
 
   const Setup setup_;
