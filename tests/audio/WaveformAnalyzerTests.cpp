@@ -122,8 +122,7 @@ TEST(WaveformAnalyzer, IsSilentOnceItIsGone) {
     };
     run.analyzer->samples(100);
     dispatch_semaphore_signal(isStarted);
-    // The reading keeps the reader until it is through.
-    ASSERT_TRUE(testing::eventually([&] { return reader.expired(); }));
+    ASSERT_TRUE(testing::endsReading(*run.recorder, reader));
     EXPECT_TRUE(run.recorder->lists.empty());
     EXPECT_EQ(run.recorder->progress.size(), reportsBefore);
   }
@@ -145,7 +144,7 @@ TEST(WaveformAnalyzer, IsSilentOnceItIsGoneThoughASecondRunWaitsToReport) {
     const LogCapture log;
     run.analyzer->samples(100);
     dispatch_semaphore_signal(isStarted);
-    ASSERT_TRUE(testing::eventually([&] { return reader.expired(); }));
+    ASSERT_TRUE(testing::endsReading(*run.recorder, reader));
     EXPECT_EQ(run.recorder->progress.size(), 1U);
     EXPECT_TRUE(run.recorder->errors.empty() && run.recorder->lists.empty());
   }
@@ -237,12 +236,13 @@ TEST(WaveformAnalyzer, HandsOverNoSpectrumOnceItIsGone) {
   WaveformFFTSetting setting;
   setting.hop = 1;
   setting.eachBlock = [&](const TempiFFT&, double) {
+    const std::lock_guard lock(run.recorder->mutex);
     if (++blocks == 1) dispatch_semaphore_wait(isStarted, DISPATCH_TIME_FOREVER);
     if (blocks == 3) run.analyzer.reset();
   };
   run.analyzer->samples(1, setting);
   dispatch_semaphore_signal(isStarted);
-  ASSERT_TRUE(testing::eventually([&] { return reader.expired(); }));
+  ASSERT_TRUE(testing::endsReading(*run.recorder, reader));
   EXPECT_EQ(blocks, 3);
 }
 

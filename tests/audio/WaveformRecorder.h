@@ -11,23 +11,33 @@
 
 namespace vidloom::testing {
 
+/// What it noted may be read in one of its own calls, after wait(), and where its mutex is held.
 class WaveformRecorder : public WaveformAnalyzerDelegate {
  public:
   void waveformAnalyzerProgressUpdate(double percent) override {
+    const std::lock_guard lock(mutex);
     progress.push_back(percent);
-    isOnReadingQueue = isOnReadingQueue && dispatch_queue_is_current(dispatch_get_global_queue(QOS_CLASS_USER_INITIATED));
+    noteQueue();
     if (onProgress) onProgress();
   }
-  void waveformAnalyzerCompleteAnalysis(const WaveformAnalysis& result) override { analyses.push_back(result); }
-  void waveformAnalyzerFailed(const NSError& error) override { errors.push_back(error); }
+  void waveformAnalyzerCompleteAnalysis(const WaveformAnalysis& result) override {
+    const std::lock_guard lock(mutex);
+    analyses.push_back(result);
+  }
+  void waveformAnalyzerFailed(const NSError& error) override {
+    const std::lock_guard lock(mutex);
+    errors.push_back(error);
+  }
   void waveformAnalyzerCompleteGenerate(const std::vector<float>& values) override {
-    isOnReadingQueue = isOnReadingQueue && dispatch_queue_is_current(dispatch_get_global_queue(QOS_CLASS_USER_INITIATED));
+    const std::lock_guard lock(mutex);
+    noteQueue();
     lists.push_back(values);
     dispatch_semaphore_signal(completed);
   }
   /// False where no list comes within a minute.
   bool wait() const { return dispatch_semaphore_wait(completed, dispatch_time(DISPATCH_TIME_NOW, 60'000'000'000)) == 0; }
 
+  std::mutex mutex;
   std::function<void()> onProgress;
   std::vector<double> progress;
   std::vector<WaveformAnalysis> analyses;
@@ -35,6 +45,11 @@ class WaveformRecorder : public WaveformAnalyzerDelegate {
   std::vector<std::vector<float>> lists;
   bool isOnReadingQueue = true;
   dispatch_semaphore_t completed = dispatch_semaphore_create(0);
+
+ private:
+  void noteQueue() {
+    isOnReadingQueue = isOnReadingQueue && dispatch_queue_is_current(dispatch_get_global_queue(QOS_CLASS_USER_INITIATED));
+  }
 };
 
 /// Looks again and again, for a minute at most.
@@ -43,6 +58,14 @@ inline bool eventually(const std::function<bool()>& predicate) {
   bool isSo = predicate();
   for (int i = 0; i < 60'000 && !isSo; ++i) isSo = RunLoop::main().runUntil(predicate, kMillisecondNs);
   return isSo;
+}
+
+/// Whether the reading of an analyzer that is gone comes to its end: it keeps the reader until then.
+inline bool endsReading(WaveformRecorder& recorder, const std::weak_ptr<AVAssetReader>& reader) {
+  return eventually([&] {
+    const std::lock_guard lock(recorder.mutex);
+    return reader.expired();
+  });
 }
 
 struct Waveform {
