@@ -21,7 +21,8 @@ struct WaveformFFTSetting {
   int64_t numberOfBands = 64;
   float minFrequency = 20, maxFrequency = 20000;  ///< of the bands, in Hz
   /// When set, takes the blocks one by one and nothing is gathered: for sound of any length. Called in order, on the analyzer's
-  /// queue; `fft` is used again for the next block; `startSeconds` is where the block begins, counted from the sound's beginning.
+  /// queue, and no more once the analyzer is gone; `fft` is used again for the next block; `startSeconds` is where the block
+  /// begins, counted from the sound's beginning.
   std::function<void(const TempiFFT& fft, double startSeconds)> eachBlock;
 };
 

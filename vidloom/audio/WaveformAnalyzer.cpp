@@ -108,7 +108,8 @@ std::shared_ptr<WaveformReading> WaveformAnalyzer::prepareReading(int64_t count,
   WaveformReading::Setup setup;
   setup.analyzer = weak_from_this();
   setup.reader = assetReader_;
-  setup.fileName = assetURL_.filename().string();
+  // Not assetURL_, which the host may set meanwhile.
+  if (const auto file = std::dynamic_pointer_cast<AVURLAsset>(asset)) setup.fileName = file->URL().filename().string();
   setup.duration = asset->duration();
   setup.totalSamples = totalSamples(setup.duration);
   setup.count = count;
