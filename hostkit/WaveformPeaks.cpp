@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
 #include <span>
 #include <utility>
 
@@ -94,14 +95,20 @@ std::optional<AudioStreamBasicDescription> streamOf(const std::vector<CMFormatDe
   return found;
 }
 
-void appendSample(const CMSampleBufferRef& sample, PeakFolder& folder) {
+/// False where memory has run out.
+bool appendSample(const CMSampleBufferRef& sample, PeakFolder& folder) {
   const auto* const stream = CMAudioFormatDescriptionGetStreamBasicDescription(CMSampleBufferGetFormatDescription(sample));
   size_t byteCount = 0;
   uint8_t* bytes = nullptr;
   const OSStatus status = CMBlockBufferGetDataPointer(CMSampleBufferGetDataBuffer(sample), 0, nullptr, &byteCount, &bytes);
-  if (status != 0 || stream == nullptr || stream->mChannelsPerFrame == 0) return;
-  folder.append({reinterpret_cast<const int16_t*>(bytes), byteCount / sizeof(int16_t)},
-                static_cast<int>(stream->mChannelsPerFrame));
+  if (status != 0 || stream == nullptr || stream->mChannelsPerFrame == 0) return true;
+  try {
+    folder.append({reinterpret_cast<const int16_t*>(bytes), byteCount / sizeof(int16_t)},
+                  static_cast<int>(stream->mChannelsPerFrame));
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 std::optional<WaveformPeaks> failed(std::optional<NSError>* error, const NSError& cause) {
@@ -136,7 +143,10 @@ std::optional<WaveformPeaks> readWaveformPeaks(const std::shared_ptr<AVURLAsset>
       reader->cancelReading();
       return failed(error, AVMakeError(AVErrorOperationCancelled, "cancelled", asset->URL()));
     }
-    appendSample(sample, folder);
+    if (!appendSample(sample, folder)) {
+      return failed(error,
+                    AVMakeError(AVErrorOutOfMemory, asset->URL().filename().string() + ": no memory for its peaks", asset->URL()));
+    }
     CMSampleBufferInvalidate(sample);
   }
   if (reader->status() != AVAssetReaderStatusCompleted) {

@@ -22,8 +22,8 @@ using WaveformPeaksProgress = std::function<bool(double percent)>;
 
 /// Reads the first audio track of a file once, streaming. A pixel is ceil(frames in the asset's duration / count) frames: 1 at
 /// least, as for a count of 0 or below, and 2147483647 at most. Nothing that was decoded is left out: the last pixel takes the
-/// rest. Nullopt with an error that names file and cause: where the file cannot be read or has no sound, decoding fails, or
-/// `progress` stopped it (AVErrorOperationCancelled). Blocks; any thread.
+/// rest. Nullopt with an error that names file and cause: where the file cannot be read or has no sound, decoding fails, memory
+/// runs out (AVErrorOutOfMemory), or `progress` stopped it (AVErrorOperationCancelled). Blocks; any thread.
 [[nodiscard]] std::optional<WaveformPeaks> readWaveformPeaks(const std::shared_ptr<AVURLAsset>& asset, int64_t count,
                                                              const WaveformPeaksProgress& progress, std::optional<NSError>* error);
 

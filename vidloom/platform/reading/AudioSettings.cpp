@@ -1,5 +1,6 @@
 #include "vidloom/platform/reading/AudioSettings.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "vidloom/platform/avfoundation/AVError.h"
@@ -25,7 +26,8 @@ std::string problemWith(const NSDictionary& settings, const AudioFormat& standar
   const double bits = numberOr(settings, AVLinearPCMBitDepthKey, isFloat ? 32 : 16);
   if (bits != (isFloat ? 32 : 16)) return AVLinearPCMBitDepthKey + " is neither 16 (integers) nor 32 (floats)";
   const double rate = numberOr(settings, AVSampleRateKey, standard.sampleRate);
-  if (!(rate >= 1 && rate <= kMaximumRate) || rate != std::floor(rate)) return AVSampleRateKey + " cannot be had";
+  if (!(rate >= 1 && rate <= std::max<double>(kMaximumRate, standard.sampleRate)) || rate != std::floor(rate))
+    return AVSampleRateKey + " cannot be had";
   const double channels = numberOr(settings, AVNumberOfChannelsKey, standard.channels);
   if (channels != 1 && channels != 2 && channels != standard.channels) return AVNumberOfChannelsKey + " cannot be had";
   return {};
