@@ -7,19 +7,12 @@
 #include <span>
 #include <utility>
 
+#include "vidloom/audio/SoundFormat.h"
 #include "vidloom/platform/avfoundation/AVAssetReader.h"
 #include "vidloom/platform/avfoundation/AVError.h"
 
 namespace vidloom {
 namespace {
-
-NSDictionary sixteenBits() {
-  return {{AVFormatIDKey, int64_t{kAudioFormatLinearPCM}},
-          {AVLinearPCMBitDepthKey, int64_t{16}},
-          {AVLinearPCMIsBigEndianKey, false},
-          {AVLinearPCMIsFloatKey, false},
-          {AVLinearPCMIsNonInterleaved, false}};
-}
 
 /// Folds runs of interleaved samples into pixels, whatever their lengths.
 class PeakFolder {
@@ -86,15 +79,6 @@ int64_t framesPerPixel(double frames, int64_t count) {
   return static_cast<int64_t>(std::clamp(std::ceil(std::floor(frames) / static_cast<double>(count)), 1.0, kMost));
 }
 
-std::optional<AudioStreamBasicDescription> streamOf(const std::vector<CMFormatDescriptionRef>& descriptions) {
-  std::optional<AudioStreamBasicDescription> found;
-  for (const auto& description : descriptions) {
-    const auto* const stream = CMAudioFormatDescriptionGetStreamBasicDescription(description);
-    if (stream != nullptr) found = *stream;
-  }
-  return found;
-}
-
 /// False where memory has run out.
 bool appendSample(const CMSampleBufferRef& sample, PeakFolder& folder) {
   const auto* const stream = CMAudioFormatDescriptionGetStreamBasicDescription(CMSampleBufferGetFormatDescription(sample));
@@ -124,9 +108,9 @@ std::optional<WaveformPeaks> readWaveformPeaks(const std::shared_ptr<AVURLAsset>
   const auto reader = AVAssetReader::initWithAsset(asset, &problem);
   if (!reader) return failed(error, problem.value_or(AVMakeError(AVErrorUnknown, "cannot be read", asset ? asset->URL() : "")));
   const auto tracks = asset->tracksWithMediaType(AVMediaTypeAudio);
-  const auto stream = tracks.empty() ? std::nullopt : streamOf(tracks.front()->formatDescriptions());
+  const auto stream = tracks.empty() ? std::nullopt : streamDescriptionOf(*tracks.front());
   if (!stream) return failed(error, AVMakeError(AVErrorNoSourceTrack, "has no audio track", asset->URL()));
-  const auto output = AVAssetReaderTrackOutput::initWithTrack(tracks.front(), sixteenBits());
+  const auto output = AVAssetReaderTrackOutput::initWithTrack(tracks.front(), sixteenBitSettings());
   reader->addOutput(output);
   reader->startReading();
   const double durationSeconds = CMTimeGetSeconds(asset->duration());

@@ -49,7 +49,7 @@ class WaveformPainter {
   static double yOf(double height) { return kArea.origin.y + kArea.size.height / 2 * (1 - height); }
   static CGRect between(double left, double right) { return CGRectMake(left, kArea.origin.y, right - left, kArea.size.height); }
 
-  double heightOf(float level) const { return std::clamp(1.0 - static_cast<double>(level), 0.0, 1.0); }
+  static double heightOf(float level) { return std::clamp(1.0 - static_cast<double>(level), 0.0, 1.0); }
 
   Extent extentOf(size_t index) const {
     if (hasLevels()) {

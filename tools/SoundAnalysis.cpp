@@ -6,6 +6,7 @@
 
 #include "tools/Console.h"
 #include "tools/Interruption.h"
+#include "vidloom/audio/SoundFormat.h"
 #include "vidloom/audio/WaveformAnalyzerDelegate.h"
 #include "vidloom/platform/avfoundation/AVAsset.h"
 #include "vidloom/platform/dispatch/RunLoop.h"
@@ -53,18 +54,14 @@ std::string SoundTrack::text() const {
 }
 
 std::optional<SoundTrack> soundTrackOf(const AVAsset& asset, const AVAssetTrack& track) {
-  std::optional<SoundTrack> sound;
-  for (const CMFormatDescriptionRef& description : track.formatDescriptions()) {
-    const auto* const stream = CMAudioFormatDescriptionGetStreamBasicDescription(description);
-    if (stream == nullptr || !(stream->mSampleRate > 0) || stream->mChannelsPerFrame == 0) continue;
-    sound.emplace();
-    sound->sampleRate = stream->mSampleRate;
-    sound->channels = stream->mChannelsPerFrame;
-  }
-  if (!sound) return std::nullopt;
-  sound->startSeconds = CMTimeGetSeconds(track.timeRange().start);
-  sound->endSeconds = CMTimeGetSeconds(CMTimeRangeGetEnd(track.timeRange()));
-  sound->fileEndSeconds = CMTimeGetSeconds(asset.duration());
+  const auto stream = streamDescriptionOf(track);
+  if (!stream || !(stream->mSampleRate > 0) || stream->mChannelsPerFrame == 0) return std::nullopt;
+  SoundTrack sound;
+  sound.sampleRate = stream->mSampleRate;
+  sound.channels = stream->mChannelsPerFrame;
+  sound.startSeconds = CMTimeGetSeconds(track.timeRange().start);
+  sound.endSeconds = CMTimeGetSeconds(CMTimeRangeGetEnd(track.timeRange()));
+  sound.fileEndSeconds = CMTimeGetSeconds(asset.duration());
   return sound;
 }
 

@@ -28,6 +28,14 @@ std::string millisecondsText(double seconds) {
   return NSStringWithFormat("%.4g ms", seconds * kMilliseconds);
 }
 
+WaveformDrawing emptyDrawing(const WaveformOptions& options, const SoundTrack& track) {
+  WaveformDrawing drawing;
+  drawing.title = options.media.filename().string();
+  drawing.startSeconds = track.startSeconds;
+  drawing.endSeconds = track.fileEndSeconds;
+  return drawing;
+}
+
 ExitCode writeDrawing(const WaveformDrawing& drawing, const std::filesystem::path& output) {
   if (output.extension() == ".svg") return writeData(output, svgOfWaveform(drawing));
   return writePicture(pictureOfWaveform(drawing), output);
@@ -54,12 +62,9 @@ ExitCode writeLevels(const WaveformOptions& options, const AnalysedSound& sound)
 }
 
 ExitCode drawLevels(const WaveformOptions& options, const AnalysedSound& sound, const SoundTrack& track) {
-  WaveformDrawing drawing;
-  drawing.title = options.media.filename().string();
+  WaveformDrawing drawing = emptyDrawing(options, track);
   drawing.levels = sound.levels;
-  drawing.startSeconds = track.startSeconds;
   drawing.secondsPerValue = static_cast<double>(sound.samplesPerLevel) / (track.sampleRate * static_cast<double>(track.channels));
-  drawing.endSeconds = track.fileEndSeconds;
   drawing.description =
       track.text() + "; " + std::to_string(sound.levels.size()) + " levels of " + millisecondsText(drawing.secondsPerValue);
   return writeDrawing(drawing, options.output);
@@ -126,12 +131,9 @@ ExitCode writePeaksBinary(const WaveformOptions& options, const WaveformPeaks& p
 }
 
 ExitCode drawPeaks(const WaveformOptions& options, const WaveformPeaks& peaks, const SoundTrack& track) {
-  WaveformDrawing drawing;
-  drawing.title = options.media.filename().string();
+  WaveformDrawing drawing = emptyDrawing(options, track);
   drawing.peaks = peaks.values;
-  drawing.startSeconds = track.startSeconds;
   drawing.secondsPerValue = static_cast<double>(peaks.framesPerPixel) / static_cast<double>(peaks.sampleRate);
-  drawing.endSeconds = track.fileEndSeconds;
   drawing.description = track.text() + (track.channels > 1 ? " averaged; " : "; ") + std::to_string(peaks.values.size() / 2) +
                         " peaks of " + millisecondsText(drawing.secondsPerValue);
   return writeDrawing(drawing, options.output);

@@ -1,9 +1,9 @@
 #include "vidloom/audio/WaveformAnalyzer.h"
 
 #include <algorithm>
-#include <limits>
 
 #include "vidloom/audio/ConsoleLine.h"
+#include "vidloom/audio/SoundFormat.h"
 #include "vidloom/audio/WaveformReading.h"
 #include "vidloom/platform/avfoundation/AVError.h"
 #include "vidloom/platform/avfoundation/AVURLAsset.h"
@@ -13,15 +13,6 @@
 namespace vidloom {
 
 namespace {
-
-/// Interleaved 16-bit integers, the track's own rate and channels.
-NSDictionary outputSettings() {
-  return {{AVFormatIDKey, int64_t{kAudioFormatLinearPCM}},
-          {AVLinearPCMBitDepthKey, int64_t{16}},
-          {AVLinearPCMIsBigEndianKey, false},
-          {AVLinearPCMIsFloatKey, false},
-          {AVLinearPCMIsNonInterleaved, false}};
-}
 
 /// Towards zero; what is no number is 0.
 int64_t wholeNumber(double number) {
@@ -73,7 +64,7 @@ void WaveformAnalyzer::samples(int64_t count, const WaveformFFTSetting& fft) { s
 
 void WaveformAnalyzer::start(int64_t count, std::optional<WaveformFFTSetting> fft) {
   if (hasRun_.exchange(true)) return refuse();
-  assetReader_->addOutput(AVAssetReaderTrackOutput::initWithTrack(audioAssetTrack_, outputSettings()));
+  assetReader_->addOutput(AVAssetReaderTrackOutput::initWithTrack(audioAssetTrack_, sixteenBitSettings()));
   assetReader_->asset()->loadValuesAsynchronouslyForKeys({"duration"}, [weak = weak_from_this(), count, fft = std::move(fft)] {
     std::shared_ptr<WaveformReading> reading;
     if (const auto analyzer = weak.lock()) reading = analyzer->prepareReading(count, fft);
@@ -118,14 +109,10 @@ std::shared_ptr<WaveformReading> WaveformAnalyzer::prepareReading(int64_t count,
 }
 
 int64_t WaveformAnalyzer::totalSamples(const CMTime& duration) const {
-  int64_t total = 0;
-  for (const CMFormatDescriptionRef& description : audioAssetTrack_->formatDescriptions()) {
-    const auto* const stream = CMAudioFormatDescriptionGetStreamBasicDescription(description);
-    if (stream == nullptr) continue;
-    const double frames = stream->mSampleRate * static_cast<double>(duration.value) / static_cast<double>(duration.timescale);
-    total = wholeNumber(static_cast<double>(wholeNumber(frames)) * stream->mChannelsPerFrame);
-  }
-  return total;
+  const auto stream = streamDescriptionOf(*audioAssetTrack_);
+  if (!stream) return 0;
+  const double frames = stream->mSampleRate * static_cast<double>(duration.value) / static_cast<double>(duration.timescale);
+  return wholeNumber(static_cast<double>(wholeNumber(frames)) * stream->mChannelsPerFrame);
 }
 
 void WaveformAnalyzer::report(const std::weak_ptr<WaveformAnalyzer>& analyzer, const Report& report) {

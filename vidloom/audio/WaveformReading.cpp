@@ -5,7 +5,6 @@
 
 #include "vidloom/audio/ConsoleLine.h"
 #include "vidloom/platform/avfoundation/AVError.h"
-#include "vidloom/platform/foundation/NSLog.h"
 
 namespace vidloom {
 

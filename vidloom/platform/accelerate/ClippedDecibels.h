@@ -12,8 +12,6 @@ class ClippedDecibels {
   /// The amplitude of `low` is above 0.0001.
   ClippedDecibels(float zeroReference, float low, float high);
 
-  float low() const { return low_; }
-  float high() const { return high_; }
   /// c[n] = the decibels of samples[n], within 2e-5 dB.
   void ofEach(const int16_t* samples, size_t count, float* c) const;
   /// The sum of the decibels of all samples, within 2e-5 dB a sample. Takes the logarithm of the product of eight samples instead
