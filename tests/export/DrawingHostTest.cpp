@@ -10,6 +10,7 @@
 #include "vidloom/compositing/LUMAVCompositionInstruction.h"
 #include "vidloom/platform/avfoundation/AVError.h"
 #include "vidloom/platform/avfoundation/AVVideoCompositionCoreAnimationTool.h"
+#include "vidloom/platform/dispatch/DispatchClock.h"
 #include "vidloom/platform/pixels/Picture.h"
 
 namespace vidloom {
@@ -32,6 +33,13 @@ struct Export {
   std::shared_ptr<SourceFrameDrawer> drawer;
   std::shared_ptr<LUMRender> render;
   Host host;
+};
+
+/// Time that passes only where a test says so.
+struct DrivenTime {
+  DrivenTime() { DispatchClock::setCurrent(clock); }
+  ~DrivenTime() { DispatchClock::setCurrent(nullptr); }
+  const std::shared_ptr<HandDrivenClock> clock = HandDrivenClock::make();
 };
 
 TEST(DrawingHost, EveryFrameArrivesOnceHoweverItIsAnswered) {
@@ -57,11 +65,14 @@ TEST(DrawingHost, SixteenExportsShareAHostThatAnswersFromTheMainQueue) {
 }
 
 TEST(DrawingHost, AFrameThatIsNeverAnsweredFailsTheExportAndLeavesNothing) {
+  const DrivenTime time;
   Export run(Answer::never);
   EXPECT_EQ(CMTimeCompare(run.render->drawTimeout(), CMTimeMake(10, 1)), 0);
   run.render->setDrawTimeout(CMTimeMake(1, 100));
   run.render->generate();
   const std::weak_ptr<AVAssetReader> reader = run.render->reader();
+  ASSERT_TRUE(spinUntil([&] { return run.drawer->heldCount() == 4; })) << "the host has the frames when their time runs out";
+  time.clock->advance(10'000'000);
   ASSERT_TRUE(run.host.waitForEnd());
   EXPECT_EQ(run.host.endings, Endings{"failed"});
   const auto cause = run.host.error.underlyingError();
