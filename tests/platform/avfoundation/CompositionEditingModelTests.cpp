@@ -1,11 +1,10 @@
-// Random edits against a model that is only a function from track time to media time.
+// Random edits against a plain list of what a track shows in every tick.
 #include <algorithm>
-#include <optional>
+#include <numeric>
 #include <random>
 
 #include "tests/platform/avfoundation/CompositionFixtures.h"
 #include "vidloom/platform/avfoundation/AVComposition.h"
-#include "vidloom/platform/coremedia/CMTimeRational.h"
 
 namespace vidloom {
 namespace {
@@ -13,208 +12,140 @@ namespace {
 using test::DescribedFile;
 using test::DescribedTrack;
 
-struct Fraction {
-  __int128 top = 0, bottom = 1;
-  Fraction(__int128 numerator = 0, __int128 denominator = 1) {
-    const __int128 common = detail::greatestCommonDivisor(numerator, denominator);
-    top = numerator / common;
-    bottom = denominator / common;
-  }
-  explicit Fraction(const CMTime& time) : Fraction(time.value, time.timescale) {}
-  CMTime time() const { return CMTimeMake(static_cast<int64_t>(top), static_cast<CMTimeScale>(bottom)); }
-  friend Fraction operator+(Fraction a, Fraction b) { return {a.top * b.bottom + b.top * a.bottom, a.bottom * b.bottom}; }
-  friend Fraction operator-(Fraction a, Fraction b) { return {a.top * b.bottom - b.top * a.bottom, a.bottom * b.bottom}; }
-  friend Fraction operator*(Fraction a, Fraction b) { return {a.top * b.top, a.bottom * b.bottom}; }
-  friend Fraction operator/(Fraction a, Fraction b) {
-    return b.top < 0 ? Fraction(-a.top * b.bottom, a.bottom * -b.top) : Fraction(a.top * b.bottom, a.bottom * b.top);
-  }
-  friend bool operator<(Fraction a, Fraction b) { return a.top * b.bottom < b.top * a.bottom; }
-  friend bool operator==(Fraction a, Fraction b) { return a.top == b.top && a.bottom == b.bottom; }
-  double value() const { return static_cast<double>(top) / static_cast<double>(bottom); }
+constexpr int kTicksPerSecond = 120;
+
+/// What is shown where a tick begins.
+struct Tick {
+  const MediaFile* file = nullptr;
+  double mediaTicks = 0, rate = 1;
 };
 
-struct Shown {
-  const MediaFile* file;
-  Fraction mediaTime;
-  friend bool operator==(const Shown&, const Shown&) = default;
-};
-using Content = std::function<std::optional<Shown>(Fraction)>;
-
-/// What a track shows at every time, and every time at which that may change.
-struct Model {
-  Content at = [](Fraction) { return std::nullopt; };
-  std::vector<Fraction> borders{Fraction(0)};
-  Fraction end;
-
-  void settle() {
-    std::sort(borders.begin(), borders.end());
-    borders.erase(std::unique(borders.begin(), borders.end()), borders.end());
-    while (borders.size() > 1 && !at((borders[borders.size() - 2] + borders.back()) / 2)) borders.pop_back();
-    end = borders.back();
+/// One entry for every tick of a track; the last one shows something.
+class Model : public std::vector<Tick> {
+ public:
+  void addMedia(const MediaFile* file, int mediaTicks, int length) {
+    for (int i = 0; i < length; ++i) push_back({file, static_cast<double>(mediaTicks + i), 1});
   }
-  void insert(Fraction from, Fraction length, const Model& source, Fraction time) {
-    const Fraction stop = source.end < from + length ? source.end : from + length;
-    if (!(from < stop)) return;
-    put(time, stop - from, [inner = source.at, from](Fraction t) { return inner(t + from); });
-    for (const Fraction border : source.borders) {
-      if (from < border && border < stop) borders.push_back(border - from + time);
+  void insertTicks(size_t at, std::vector<Tick> ticks) {
+    if (at > size()) resize(at);
+    insert(begin() + static_cast<std::ptrdiff_t>(at), ticks.begin(), ticks.end());
+    trim();
+  }
+  std::vector<Tick> part(size_t from, size_t length) const {
+    return {begin() + static_cast<std::ptrdiff_t>(std::min(from, size())),
+            begin() + static_cast<std::ptrdiff_t>(std::min(from + length, size()))};
+  }
+  void removeTicks(size_t from, size_t length) {
+    const auto first = begin() + static_cast<std::ptrdiff_t>(std::min(from, size()));
+    erase(first, begin() + static_cast<std::ptrdiff_t>(std::min(from + length, size())));
+    trim();
+  }
+  void stretch(size_t from, size_t length, int factor) {
+    std::vector<Tick> slower;
+    for (const Tick& tick : part(from, length)) {
+      for (int i = 0; i < factor; ++i) slower.push_back({tick.file, tick.mediaTicks + i * tick.rate / factor, tick.rate / factor});
     }
-    settle();
-  }
-  void insertEmpty(Fraction time, Fraction length) {
-    if (!(time < end)) return;
-    put(time, length, [](Fraction) { return std::nullopt; });
-    settle();
-  }
-  void remove(Fraction from, Fraction length) {
-    if (!(from < end)) return;
-    const Fraction stop = from + length;
-    at = [old = at, from, length](Fraction t) { return old(t < from ? t : t + length); };
-    map([&](Fraction b) { return b < from ? b : b < stop ? from : b - length; });
-  }
-  void scale(Fraction from, Fraction length, Fraction newLength) {
-    if (!(from < end)) return;
-    if (end < from + length) {
-      newLength = newLength * (end - from) / length;
-      length = end - from;
-    }
-    const Fraction ratio = newLength / length, stop = from + length, newStop = from + newLength;
-    at = [=, old = at](Fraction t) { return old(t < from ? t : t < newStop ? from + (t - from) / ratio : t - newLength + length); };
-    borders.push_back(from);
-    map([&](Fraction b) { return b < from ? b : b < stop ? from + (b - from) * ratio : b - length + newLength; });
+    removeTicks(from, length);
+    if (!slower.empty()) insertTicks(from, slower);
   }
 
  private:
-  void put(Fraction time, Fraction length, Content inserted) {
-    at = [=, old = at, oldEnd = end](Fraction t) -> std::optional<Shown> {
-      if (!(t < time) && t < time + length) return inserted(t - time);
-      const Fraction before = t < time ? t : t - length;
-      return before < oldEnd ? old(before) : std::nullopt;
-    };
-    for (Fraction& border : borders) {
-      if (!(border < time)) border = border + length;
-    }
-    borders.push_back(time);
-    borders.push_back(time + length);
-  }
-  template <class Mapping>
-  void map(Mapping mapping) {
-    for (Fraction& border : borders) border = mapping(border);
-    borders.push_back(Fraction(0));
-    settle();
+  void trim() {
+    while (!empty() && !back().file) pop_back();
   }
 };
-
-std::optional<Shown> shownBy(const AVCompositionTrack& track, Fraction time) {
-  for (const MediaSegment& segment : track.segmentList()) {
-    const Fraction start(segment.target.start), length(segment.target.duration);
-    if (time < start || !(time < start + length) || segment.isEmpty()) continue;
-    const Fraction rate = Fraction(segment.media.duration) / length;
-    return Shown{segment.file.get(), Fraction(segment.media.start) + (time - start) * rate};
-  }
-  return std::nullopt;
-}
-
-void expectSoundList(const AVCompositionTrack& track) {
-  const auto& segments = track.segmentList();
-  CMTime end = kCMTimeZero;
-  bool emptyBefore = false;
-  for (const MediaSegment& segment : segments) {
-    EXPECT_EQ(CMTimeCompare(segment.target.start, end), 0) << "a gap or an overlap at " << end;
-    EXPECT_GT(CMTimeCompare(segment.target.duration, kCMTimeZero), 0);
-    EXPECT_FALSE(emptyBefore && segment.isEmpty()) << "two empty segments meet at " << end;
-    EXPECT_FALSE(CMTIME_HAS_BEEN_ROUNDED(segment.target.start)) << segment.target;
-    EXPECT_FALSE(CMTIME_HAS_BEEN_ROUNDED(segment.media.start)) << segment.media;
-    emptyBefore = segment.isEmpty();
-    end = CMTimeRangeGetEnd(segment.target);
-  }
-  EXPECT_FALSE(emptyBefore) << "the last segment is empty";
-}
 
 class RandomEdits {
  public:
   explicit RandomEdits(uint32_t seed) : random_(seed) {
-    tracks_ = {composition_->addMutableTrackWithMediaType(AVMediaTypeVideo, 0),
-               composition_->addMutableTrackWithMediaType(AVMediaTypeVideo, 0)};
-    models_.resize(2);
+    sourceModel_.resize(kTicksPerSecond / 2);
+    sourceModel_.addMedia(file_.get(), 20 * kTicksPerSecond, 7 * kTicksPerSecond / 2);
+    sourceModel_.resize(5 * kTicksPerSecond);
+    sourceModel_.addMedia(other_.get(), 2 * kTicksPerSecond, 5 * kTicksPerSecond);
   }
   void edit(bool mayScale) {
-    const size_t which = pick(2);
+    const size_t which = random_() % 2;
     AVMutableCompositionTrack& track = *tracks_[which];
     Model& model = models_[which];
-    const Fraction from = time(12), length = time(6) + Fraction(1, 600);
-    const CMTimeRange range{from.time(), length.time()};
-    switch (pick(mayScale ? 6 : 5)) {
+    const size_t from = ticks(12), length = ticks(6) + 1;
+    const CMTimeRange range{time(from), time(length)};
+    switch (random_() % (mayScale ? 6 : 5)) {
       case 0:
         track.insertEmptyTimeRange(range);
-        return model.insertEmpty(from, length);
+        if (from < model.size()) model.insertTicks(from, std::vector<Tick>(length));
+        return;
       case 1:
         track.removeTimeRange(range);
-        return model.remove(from, length);
-      case 2:
-        return insertFrom(tracks_[1 - which], Model(models_[1 - which]), track, model, range);
+        return model.removeTicks(from, length);
+      case 2: {  // of the other track or of itself
+        const size_t source = random_() % 2;
+        return insertFrom(tracks_[source], Model(models_[source]), track, model, from, length);
+      }
       case 5: {
-        const Fraction newLength = length * Fraction(static_cast<int>(1 + pick(6)), static_cast<int>(1 + pick(4)));
-        track.scaleTimeRange(range, newLength.time());
-        return model.scale(from, length, newLength);
+        const int factor = 1 + static_cast<int>(random_() % 4);
+        track.scaleTimeRange(range, time(length * static_cast<size_t>(factor)));
+        return model.stretch(from, length, factor);
       }
       default:
-        return insertFrom(source_, sourceModel_, track, model, range);
+        return insertFrom(source_, sourceModel_, track, model, from, length);
     }
   }
-  void check() {
-    for (size_t i = 0; i < 2; ++i) {
-      expectSoundList(*tracks_[i]);
-      const Model& model = models_[i];
-      ASSERT_EQ(Fraction(CMTimeRangeGetEnd(tracks_[i]->timeRange())).value(), model.end.value());
-      for (size_t b = 0; b + 1 < model.borders.size(); ++b) {
-        const Fraction length = model.borders[b + 1] - model.borders[b];
-        for (const Fraction part : {Fraction(0), Fraction(1, 3), Fraction(999, 1000)}) {
-          const Fraction probe = model.borders[b] + length * part;
-          ASSERT_EQ(shownBy(*tracks_[i], probe), model.at(probe)) << "track " << i << " at " << probe.value() << " s";
+  void check() const {
+    for (size_t i = 0; i < tracks_.size(); ++i) {
+      const auto& segments = tracks_[i]->segmentList();
+      size_t tick = 0;
+      for (const MediaSegment& segment : segments) {
+        ASSERT_EQ(CMTimeCompare(segment.target.start, time(tick)), 0) << "a gap or an overlap at " << segment.target.start;
+        ASSERT_FALSE(CMTIME_HAS_BEEN_ROUNDED(segment.media.start)) << segment.media;
+        ASSERT_TRUE(tick == 0 || !segment.isEmpty() || !(&segment - 1)->isEmpty()) << "two empty segments meet at " << tick;
+        const CMTime end = CMTimeRangeGetEnd(segment.target);
+        const double rate = CMTimeGetSeconds(segment.media.duration) / CMTimeGetSeconds(segment.target.duration);
+        double media = CMTimeGetSeconds(segment.media.start) * kTicksPerSecond;
+        for (; CMTimeCompare(time(tick), end) < 0; ++tick, media += rate) {
+          ASSERT_LT(tick, models_[i].size());
+          const Tick& expected = models_[i][tick];
+          ASSERT_EQ(segment.file.get(), expected.file) << "track " << i << " at tick " << tick;
+          ASSERT_NEAR(expected.file ? media : expected.mediaTicks, expected.mediaTicks, 1e-6)
+              << "track " << i << " at tick " << tick;
         }
       }
+      ASSERT_EQ(tick, models_[i].size()) << "track " << i;
     }
   }
 
  private:
   void insertFrom(const std::shared_ptr<AVAssetTrack>& source, const Model& sourceModel, AVMutableCompositionTrack& track,
-                  Model& model, const CMTimeRange& range) {
-    const Fraction at = time(14);
-    const bool inserted = track.insertTimeRange(range, source, at.time(), nullptr);
-    EXPECT_EQ(inserted, Fraction(range.start) < sourceModel.end);
-    model.insert(Fraction(range.start), Fraction(range.duration), sourceModel, at);
+                  Model& model, size_t from, size_t length) {
+    const size_t at = ticks(14);
+    EXPECT_EQ(track.insertTimeRange({time(from), time(length)}, source, time(at), nullptr), from < sourceModel.size());
+    if (from < sourceModel.size()) model.insertTicks(at, sourceModel.part(from, length));
   }
-  size_t pick(size_t count) { return random_() % count; }
-  Fraction time(int mostSeconds) {
-    static constexpr int kTimescales[] = {1, 2, 3, 5, 24, 25, 30, 600};
-    const int timescale = kTimescales[pick(std::size(kTimescales))];
-    return {static_cast<int>(pick(static_cast<size_t>(mostSeconds * timescale))), timescale};
+  size_t ticks(size_t mostSeconds) {
+    static constexpr size_t kTimescales[] = {1, 2, 3, 5, 24, 30, 120};
+    const size_t timescale = kTimescales[random_() % std::size(kTimescales)];
+    return random_() % (mostSeconds * timescale) * (kTicksPerSecond / timescale);
+  }
+  /// In the coarsest timescale that holds it.
+  static CMTime time(size_t ticks) {
+    const auto value = static_cast<int64_t>(ticks), common = std::gcd(value, int64_t{kTicksPerSecond});
+    return CMTimeMake(value / common, static_cast<CMTimeScale>(kTicksPerSecond / common));
   }
 
   std::mt19937 random_;
-  std::shared_ptr<AVMutableComposition> composition_ = AVMutableComposition::composition();
-  std::vector<std::shared_ptr<AVMutableCompositionTrack>> tracks_;
-  std::vector<Model> models_;
-  static inline const auto file_ = std::make_shared<DescribedFile>("source.mov");
-  static inline const auto other_ = std::make_shared<DescribedFile>("other.mov");
+  const std::shared_ptr<AVMutableComposition> composition_ = AVMutableComposition::composition();
+  const std::vector<std::shared_ptr<AVMutableCompositionTrack>> tracks_{
+      composition_->addMutableTrackWithMediaType(AVMediaTypeVideo, 0),
+      composition_->addMutableTrackWithMediaType(AVMediaTypeVideo, 0)};
+  Model models_[2];
+  const std::shared_ptr<DescribedFile> file_ = std::make_shared<DescribedFile>("source.mov"),
+                                       other_ = std::make_shared<DescribedFile>("other.mov");
   /// Late by half a second, with a gap and media that comes out of order.
-  static inline const std::shared_ptr<AVAssetTrack> source_ =
+  const std::shared_ptr<AVAssetTrack> source_ =
       DescribedTrack::withSegments({{test::range(0, 0.5), kCMTimeRangeInvalid, nullptr, 0},
                                     {test::range(0.5, 3.5), test::range(20, 3.5), file_, 0},
                                     {test::range(4, 1), kCMTimeRangeInvalid, nullptr, 0},
                                     {test::range(5, 5), test::range(2, 5), other_, 0}});
-  static inline const Model sourceModel_ = [] {
-    Model model;
-    model.at = [](Fraction t) -> std::optional<Shown> {
-      if (!(t < Fraction(1, 2)) && t < Fraction(4)) return Shown{file_.get(), t - Fraction(1, 2) + Fraction(20)};
-      if (!(t < Fraction(5)) && t < Fraction(10)) return Shown{other_.get(), t - Fraction(3)};
-      return std::nullopt;
-    };
-    model.borders = {0, {1, 2}, 4, 5, 10};
-    model.settle();
-    return model;
-  }();
+  Model sourceModel_;
 };
 
 TEST(CompositionEditing, agreesWithTheModelAfterEveryRandomEdit) {

@@ -1,11 +1,10 @@
 #include <gmock/gmock.h>
 
-#include <cstdio>
 #include <set>
 
 #include "tests/platform/avfoundation/CompositionFixtures.h"
 #include "vidloom/platform/avfoundation/AVComposition.h"
-#include "vidloom/platform/avfoundation/AVError.h"
+#include "vidloom/platform/foundation/NSLog.h"
 
 namespace vidloom {
 namespace {
@@ -17,13 +16,9 @@ using test::seconds;
 
 const auto kFile = std::make_shared<DescribedFile>("clip.mp4");
 
-std::string number(const CMTime& time) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%g", CMTimeGetSeconds(time));
-  return text;
+std::string span(const CMTimeRange& r) {
+  return NSStringWithFormat("%g..%g", CMTimeGetSeconds(r.start), CMTimeGetSeconds(CMTimeRangeGetEnd(r)));
 }
-
-std::string span(const CMTimeRange& r) { return number(r.start) + ".." + number(CMTimeRangeGetEnd(r)); }
 
 std::string drawn(const AVCompositionTrack& track) {
   std::string text;
@@ -38,35 +33,26 @@ std::shared_ptr<AVMutableCompositionTrack> newTrack() {
   return composition->addMutableTrackWithMediaType(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
 }
 
-bool insert(AVMutableCompositionTrack& track, double from, double to, double at, double sourceLength = 100) {
-  std::optional<NSError> error;
-  return track.insertTimeRange(range(from, to - from), DescribedTrack::ofLength(seconds(sourceLength), kFile), seconds(at), &error);
+bool insert(AVMutableCompositionTrack& track, double from, double to, double at) {
+  return track.insertTimeRange(range(from, to - from), DescribedTrack::ofLength(seconds(100), kFile), seconds(at), nullptr);
 }
 
 // What random edits do not reach: see CompositionEditingModelTests for the rest.
 TEST(CompositionTrack, editsHonourTheLimitsOfTheirArguments) {
-  const auto gap = DescribedTrack::withSegments(
-      {{range(0, 1), range(0, 1), kFile, 0}, {range(1, 2), kCMTimeRangeInvalid, nullptr, 0}, {range(3, 1), range(1, 1), kFile, 0}});
   using Track = AVMutableCompositionTrack;
-  const auto insertAll = [](Track& on, const CMTimeRange& from, const std::shared_ptr<AVAssetTrack>& source, const CMTime& at) {
-    EXPECT_TRUE(on.insertTimeRange(from, source, at, nullptr));
-  };
   const struct {
     const char* title;
     std::function<void(Track&)> edit;
     const char* afterwards;
   } steps[] = {
-      {"empty on a fresh track", [](Track& on) { on.insertEmptyTimeRange(range(0, 5)); }, ""},
-      {"a range beyond the source is cut", [](Track& on) { EXPECT_TRUE(insert(on, 0, 5, 0, 3)); }, "0..3 -> 0..3"},
-      {"a zero length changes nothing", [](Track& on) { EXPECT_TRUE(insert(on, 1, 1, 2)); }, "0..3 -> 0..3"},
-      {"a range from before the source", [](Track& on) { EXPECT_TRUE(insert(on, -2, 1, 3)); }, "0..3 -> 0..3, 0..1 -> 3..4"},
+      {"a zero length changes nothing", [](Track& on) { EXPECT_TRUE(insert(on, 1, 1, 2)); }, ""},
+      {"a range from before the source", [](Track& on) { EXPECT_TRUE(insert(on, -2, 1, 1)); }, "empty -> 0..1, 0..1 -> 1..2"},
       {"a range without an end at no time appends everything",
        [&](Track& on) {
-         insertAll(on, {seconds(4), kCMTimePositiveInfinity}, DescribedTrack::ofLength(seconds(6), kFile), kCMTimeInvalid);
+         const auto source = DescribedTrack::ofLength(seconds(6), kFile);
+         EXPECT_TRUE(on.insertTimeRange({seconds(2), kCMTimePositiveInfinity}, source, kCMTimeInvalid, nullptr));
        },
-       "0..3 -> 0..3, 0..1 -> 3..4, 4..6 -> 4..6"},
-      {"an empty edit at the end is dropped", [&](Track& on) { insertAll(on, range(0, 2), gap, seconds(7)); },
-       "0..3 -> 0..3, 0..1 -> 3..4, 4..6 -> 4..6, empty -> 6..7, 0..1 -> 7..8"},
+       "empty -> 0..1, 0..1 -> 1..2, 2..6 -> 2..6"},
       {"what cannot be done changes nothing",
        [](Track& on) {
          for (const CMTimeRange& bad : {kCMTimeRangeInvalid, range(2, -1), CMTimeRange{seconds(2), kCMTimePositiveInfinity}}) {
@@ -74,21 +60,18 @@ TEST(CompositionTrack, editsHonourTheLimitsOfTheirArguments) {
            on.scaleTimeRange(bad, seconds(1));
          }
          on.insertEmptyTimeRange(range(-2, 1));
-         on.insertEmptyTimeRange(range(8, 1));
-         on.removeTimeRange(kCMTimeRangeInvalid);
-         on.removeTimeRange({kCMTimeIndefinite, seconds(1)});
-         on.removeTimeRange(range(8, 2));
-         on.scaleTimeRange(range(9, 1), seconds(5));
-         on.scaleTimeRange(range(1, 0), seconds(5));
+         on.insertEmptyTimeRange(range(6, 1));
+         for (const CMTimeRange& bad : {kCMTimeRangeInvalid, CMTimeRange{kCMTimeIndefinite, seconds(1)}, range(6, 2)}) {
+           on.removeTimeRange(bad);
+         }
+         for (const CMTimeRange& bad : {range(9, 1), range(1, 0)}) on.scaleTimeRange(bad, seconds(5));
          for (const CMTime& bad : {seconds(-5), kCMTimeInvalid, kCMTimePositiveInfinity}) on.scaleTimeRange(range(1, 1), bad);
        },
-       "0..3 -> 0..3, 0..1 -> 3..4, 4..6 -> 4..6, empty -> 6..7, 0..1 -> 7..8"},
-      {"what lies beyond the end counts for the ratio", [](Track& on) { on.scaleTimeRange(range(6, 4), seconds(8)); },
-       "0..3 -> 0..3, 0..1 -> 3..4, 4..6 -> 4..6, empty -> 6..8, 0..1 -> 8..10"},
-      {"a stretch to nothing removes", [](Track& on) { on.scaleTimeRange(range(1, 4), kCMTimeZero); },
-       "0..1 -> 0..1, 5..6 -> 1..2, empty -> 2..4, 0..1 -> 4..6"},
-      {"removing the media behind an empty removes that too", [](Track& on) { on.removeTimeRange(range(4, 9)); },
-       "0..1 -> 0..1, 5..6 -> 1..2"},
+       "empty -> 0..1, 0..1 -> 1..2, 2..6 -> 2..6"},
+      {"what lies beyond the end counts for the ratio", [](Track& on) { on.scaleTimeRange(range(4, 4), seconds(2)); },
+       "empty -> 0..1, 0..1 -> 1..2, 2..4 -> 2..4, 4..6 -> 4..5"},
+      {"a stretch to nothing removes", [](Track& on) { on.scaleTimeRange(range(1, 2), kCMTimeZero); },
+       "empty -> 0..1, 3..4 -> 1..2, 4..6 -> 2..3"},
       {"remove without an end",
        [](Track& on) {
          on.removeTimeRange({seconds(-1), kCMTimePositiveInfinity});
@@ -102,46 +85,26 @@ TEST(CompositionTrack, editsHonourTheLimitsOfTheirArguments) {
   }
 }
 
-TEST(CompositionTrack, mayBeInsertedIntoItself) {
-  const auto track = newTrack();
-  ASSERT_TRUE(insert(*track, 0, 4, 1));
-  track->scaleTimeRange(range(1, 4), seconds(2));
-  ASSERT_TRUE(track->insertTimeRange(range(0, 3), track, seconds(2), nullptr));
-  EXPECT_EQ(drawn(*track), "empty -> 0..1, 0..2 -> 1..2, empty -> 2..3, 0..4 -> 3..5, 2..4 -> 5..6");
-}
-
 TEST(CompositionTrack, refusedInsertionsSayWhatWasWrongAndChangeNothing) {
   const auto source = DescribedTrack::ofLength(seconds(3), kFile);
-  const CMTime huge = CMTimeMake(std::numeric_limits<int64_t>::max(), 1);
-  struct {
-    CMTimeRange range;
-    std::shared_ptr<AVAssetTrack> source;
-    CMTime time;
-    std::string words;
-  } const table[] = {
-      {range(0, 1), nullptr, seconds(0), "no source track"},
-      {kCMTimeRangeInvalid, source, seconds(0), "range is invalid"},
-      {range(0, -1), source, seconds(0), "range is invalid"},
-      {{kCMTimeNegativeInfinity, seconds(1)}, source, seconds(0), "range is invalid"},
-      {range(3, 1), source, seconds(0), "nothing in this range"},
-      {range(-4, 2), source, seconds(0), "nothing in this range"},
-      {range(0, 1), DescribedTrack::withSegments({}), seconds(0), "nothing in this range"},
-      {range(0, 1), source, seconds(-1), "not a position"},
-      {range(0, 1), source, kCMTimePositiveInfinity, "not a position"},
-      {range(0, 1), source, huge, "too long"},
-  };
+  using Row = std::tuple<CMTimeRange, std::shared_ptr<AVAssetTrack>, CMTime, std::string>;
   const auto track = newTrack();
   ASSERT_TRUE(insert(*track, 0, 1, 0));
-  for (const auto& row : table) {
+  for (const auto& [asked, from, time, words] :
+       {Row{range(0, 1), nullptr, seconds(0), "no source track"}, Row{kCMTimeRangeInvalid, source, seconds(0), "range is invalid"},
+        Row{range(0, -1), source, seconds(0), "range is invalid"},
+        Row{{kCMTimeNegativeInfinity, seconds(1)}, source, seconds(0), "range is invalid"},
+        Row{range(3, 1), source, seconds(0), "nothing in this range"},
+        Row{range(-4, 2), source, seconds(0), "nothing in this range"},
+        Row{range(0, 1), DescribedTrack::withSegments({}), seconds(0), "nothing in this range"},
+        Row{range(0, 1), source, seconds(-1), "not a position"},
+        Row{range(0, 1), source, kCMTimePositiveInfinity, "not a position"},
+        Row{range(0, 1), source, CMTimeMake(std::numeric_limits<int64_t>::max(), 1), "too long"}}) {
     std::optional<NSError> error;
-    EXPECT_FALSE(track->insertTimeRange(row.range, row.source, row.time, &error)) << row.words;
-    ASSERT_TRUE(error.has_value()) << row.words;
-    EXPECT_EQ(error->domain(), AVFoundationErrorDomain);
-    EXPECT_EQ(error->code(), AVErrorUnknown);
-    EXPECT_THAT(error->localizedDescription(), testing::HasSubstr(row.words));
-    if (row.source == source) {
-      EXPECT_THAT(error->localizedDescription(), testing::HasSubstr("clip.mp4"));
-    }
+    EXPECT_FALSE(track->insertTimeRange(asked, from, time, &error)) << words;
+    ASSERT_TRUE(error.has_value()) << words;
+    EXPECT_THAT(error->localizedDescription(), testing::HasSubstr(words));
+    EXPECT_EQ(error->localizedDescription().find("clip.mp4") != std::string::npos, from == source) << *error;
   }
   EXPECT_EQ(drawn(*track), "0..1 -> 0..1");
 }
@@ -155,14 +118,13 @@ TEST(CompositionTrack, describesItselfAndItsCompositionByItsFirstMedia) {
   video.naturalTimeScale = 12800;
   video.edits = {{range(0, 1), kCMTimeInvalid}, {range(1, 9), seconds(2)}};
   const auto file = std::make_shared<DescribedFile>("two.mov", std::vector<MediaTrack>{audio, video});
-  const auto source =
-      DescribedTrack::withSegments({{range(0, 1), kCMTimeRangeInvalid, nullptr, 0}, {range(1, 9), range(2, 9), file, 1}});
   const auto composition = AVMutableComposition::composition();
   const auto sound = composition->addMutableTrackWithMediaType(AVMediaTypeAudio, 0);
   const auto track = composition->addMutableTrackWithMediaType(AVMediaTypeVideo, 0);
   EXPECT_EQ(CMTimeCompare(composition->duration(), kCMTimeZero), 0);
   EXPECT_TRUE(CMTimeRangeEqual(track->timeRange(), kCMTimeRangeZero));
-  ASSERT_TRUE(track->insertTimeRange(range(0, 4), source, seconds(1), nullptr));
+  const auto source = DescribedTrack::withSegments({{range(0, 9), range(2, 9), file, 1}});
+  ASSERT_TRUE(track->insertTimeRange(range(0, 3), source, seconds(2), nullptr));
   ASSERT_TRUE(insert(*sound, 0, 1, 5));
   EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(6)), 0);
   EXPECT_EQ(composition->naturalSize(), (CGSize{640, 480}));

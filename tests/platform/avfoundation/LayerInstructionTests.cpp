@@ -24,23 +24,14 @@ TEST(LayerInstruction, aKeyHoldsFromItsOwnTimeUntilTheNextAndRampsRunBetween) {
   layer->setTransformRampFromStartTransform(CGAffineTransformIdentity, kMove, range(2, 4));
   layer->setTransform(kMove, seconds(9));
   layer->setTransform(kTurn, CMTimeMake(18, 2));  // the later call wins
-  struct {
-    CMTime time;
-    float opacity;
-    double tx, ty;
-  } const table[] = {{seconds(-5), 1, 0, 0},
-                     {seconds(2), 1, 0, 0},
-                     {seconds(3), 0.75f, 5, 7.5},
-                     {CMTimeMake(5, 1), 0.25f, 15, 22.5},
-                     {seconds(6), 0, 20, 30},
-                     {CMTimeMake(7999, 1000), 0, 20, 30},
-                     {CMTimeMake(240, 30), 0.75f, 20, 30},
-                     {seconds(9), 0.75f, 50, 0},
-                     {kCMTimePositiveInfinity, 0.75f, 50, 0}};
-  for (const auto& row : table) {
-    EXPECT_FLOAT_EQ(layer->opacityAt(row.time), row.opacity) << row.time;
-    EXPECT_DOUBLE_EQ(layer->transformAt(row.time).tx, row.tx) << row.time;
-    EXPECT_DOUBLE_EQ(layer->transformAt(row.time).ty, row.ty) << row.time;
+  using Row = std::tuple<CMTime, float, double, double>;
+  for (const auto& [time, opacity, tx, ty] :
+       {Row{seconds(-5), 1, 0, 0}, Row{seconds(2), 1, 0, 0}, Row{seconds(3), 0.75f, 5, 7.5}, Row{CMTimeMake(5, 1), 0.25f, 15, 22.5},
+        Row{seconds(6), 0, 20, 30}, Row{CMTimeMake(7999, 1000), 0, 20, 30}, Row{CMTimeMake(240, 30), 0.75f, 20, 30},
+        Row{seconds(9), 0.75f, 50, 0}, Row{kCMTimePositiveInfinity, 0.75f, 50, 0}}) {
+    EXPECT_FLOAT_EQ(layer->opacityAt(time), opacity) << time;
+    EXPECT_DOUBLE_EQ(layer->transformAt(time).tx, tx) << time;
+    EXPECT_DOUBLE_EQ(layer->transformAt(time).ty, ty) << time;
   }
 }
 
@@ -67,32 +58,32 @@ TEST(LayerInstruction, timesThatAreNoNumbersAreIgnored) {
 
 TEST(VideoCompositionInstruction, needsTheTracksOfItsLayersOnce) {
   const auto composition = AVMutableComposition::composition();
-  const auto first = composition->addMutableTrackWithMediaType(AVMediaTypeVideo, 5);
-  const auto second = composition->addMutableTrackWithMediaType(AVMediaTypeVideo, 2);
   const auto instruction = AVMutableVideoCompositionInstruction::videoCompositionInstruction();
-  using Layer = AVMutableVideoCompositionLayerInstruction;
-  instruction->setLayerInstructions({Layer::videoCompositionLayerInstructionWithAssetTrack(first),
-                                     Layer::videoCompositionLayerInstructionWithAssetTrack(second),
-                                     Layer::videoCompositionLayerInstructionWithAssetTrack(first)});
+  const auto layerOf = [&](CMPersistentTrackID trackID) {
+    return AVMutableVideoCompositionLayerInstruction::videoCompositionLayerInstructionWithAssetTrack(
+        composition->addMutableTrackWithMediaType(AVMediaTypeVideo, trackID));
+  };
+  const auto twice = layerOf(5);
+  instruction->setLayerInstructions({twice, layerOf(2), twice});
   EXPECT_THAT(*instruction->requiredSourceTrackIDs(), testing::UnorderedElementsAre(5, 2));
 }
 
-TEST(AudioMix, volumesFollowTheirKeysAndRamps) {
+TEST(AudioMix, theLaterOfTwoVolumesWinsAndACopyDoesNotSeeLaterOnes) {
   const auto volumes = AVMutableAudioMixInputParameters::audioMixInputParametersWithTrack(nullptr);
   volumes->setVolume(1, seconds(0));
   EXPECT_TRUE(volumes->isUnity());
-  volumes->setVolumeRampFromStartVolume(0.2f, 1.0f, range(1, 2));
   volumes->setVolume(0.9f, kCMTimePositiveInfinity);
   volumes->setVolume(0.5f, seconds(4));
   volumes->setVolume(0.25f, CMTimeMake(4, 1));
   EXPECT_FALSE(volumes->isUnity());
-  const double table[][2] = {{-1, 1}, {0.99, 1}, {1, 0.2}, {1.5, 0.4}, {2, 0.6}, {3, 1}, {3.99, 1}, {4, 0.25}, {99, 0.25}};
-  for (const auto& [time, volume] : table) EXPECT_NEAR(volumes->volumeAtSeconds(time), volume, 1e-6) << time;
+  for (const auto& [time, volume] : {std::pair{-1.0, 1.0f}, {3.99, 1}, {4, 0.25f}, {99, 0.25f}}) {
+    EXPECT_EQ(volumes->volumeAtSeconds(time), volume) << time;
+  }
   const auto mix = AVMutableAudioMix::audioMix();
   mix->setInputParameters({volumes});
   const auto copy = mix->copy();
   volumes->setVolume(0, seconds(0));
-  EXPECT_EQ(copy->inputParameters().at(0)->volumeAtSeconds(0), 1.0f) << "a copy does not see later volumes";
+  EXPECT_EQ(copy->inputParameters().at(0)->volumeAtSeconds(0), 1.0f);
 }
 
 }  // namespace
