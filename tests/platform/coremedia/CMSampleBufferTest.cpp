@@ -20,32 +20,26 @@ CMFormatDescriptionRef formatOf(const CVPixelBufferRef& image) {
 }
 
 CMFormatDescriptionRef audioFormat(double sampleRate) {
-  AudioStreamBasicDescription stream;
-  stream.mSampleRate = sampleRate;
-  stream.mFormatID = kAudioFormatLinearPCM;
-  stream.mChannelsPerFrame = 2;
   CMFormatDescriptionRef format;
-  EXPECT_EQ(CMAudioFormatDescriptionCreate(stream, &format), 0);
+  EXPECT_EQ(CMAudioFormatDescriptionCreate({sampleRate, kAudioFormatLinearPCM, 0, 4, 1, 4, 2, 16}, &format), 0);
   return format;
 }
 
 TEST(CMSampleBuffer, RefusesWhatDoesNotFitTogether) {
   const auto image = makeImage();
   const auto sound = std::make_shared<CMBlockBuffer>(std::vector<uint8_t>(16));
-  const auto pictureStatus = [](const CVPixelBufferRef& buffer, const CMFormatDescriptionRef& format) {
-    CMSampleBufferRef sample;
-    return CMSampleBufferCreateForImageBuffer(buffer, true, format, kTiming, &sample);
-  };
-  const auto soundStatus = [](const CMBlockBufferRef& block, const CMFormatDescriptionRef& format) {
-    CMSampleBufferRef sample;
-    return CMAudioSampleBufferCreateReady(block, format, 2, kCMTimeZero, &sample);
-  };
-  EXPECT_EQ(pictureStatus(nullptr, formatOf(image)), kCMSampleBufferError_RequiredParameterMissing);
-  EXPECT_EQ(pictureStatus(image, nullptr), kCMSampleBufferError_RequiredParameterMissing);
-  EXPECT_EQ(pictureStatus(image, formatOf(makeImage(6))), kCMSampleBufferError_InvalidMediaFormat);
-  EXPECT_EQ(pictureStatus(image, audioFormat(48000)), kCMSampleBufferError_InvalidMediaFormat);
-  EXPECT_EQ(soundStatus(sound, formatOf(image)), kCMSampleBufferError_InvalidMediaFormat);
-  EXPECT_EQ(soundStatus(nullptr, audioFormat(48000)), kCMSampleBufferError_RequiredParameterMissing);
+  CMSampleBufferRef sample;
+  using Picture = std::tuple<CVPixelBufferRef, CMFormatDescriptionRef, OSStatus>;
+  for (const auto& [buffer, format, status] : {Picture{nullptr, formatOf(image), kCMSampleBufferError_RequiredParameterMissing},
+                                               Picture{image, nullptr, kCMSampleBufferError_RequiredParameterMissing},
+                                               Picture{image, formatOf(makeImage(6)), kCMSampleBufferError_InvalidMediaFormat},
+                                               Picture{image, audioFormat(48000), kCMSampleBufferError_InvalidMediaFormat}}) {
+    EXPECT_EQ(CMSampleBufferCreateForImageBuffer(buffer, true, format, kTiming, &sample), status);
+  }
+  EXPECT_EQ(CMAudioSampleBufferCreateReady(sound, formatOf(image), 2, kCMTimeZero, &sample),
+            kCMSampleBufferError_InvalidMediaFormat);
+  EXPECT_EQ(CMAudioSampleBufferCreateReady(nullptr, audioFormat(48000), 2, kCMTimeZero, &sample),
+            kCMSampleBufferError_RequiredParameterMissing);
 }
 
 TEST(CMSampleBuffer, LastsAsLongAsItsFramesOfSound) {

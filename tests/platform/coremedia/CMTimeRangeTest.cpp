@@ -12,32 +12,25 @@ CMTime seconds(int64_t count) { return CMTimeMake(count, 1); }
 CMTimeRange range(int64_t start, int64_t duration) { return CMTimeRangeMake(seconds(start), seconds(duration)); }
 
 TEST(CMTimeRange, IsValidByStartAndDurationAndTheRawValueOfTheDuration) {
-  struct Row {
-    CMTimeRange range;
-    bool valid, empty;
-  };
-  for (const Row& row :
+  using Row = std::tuple<CMTimeRange, bool, bool>;
+  for (const auto& [range, valid, empty] :
        {Row{kCMTimeRangeZero, true, true}, Row{kCMTimeRangeInvalid, false, false}, Row{range(-3, 2), true, false},
         Row{range(3, -1), false, false}, Row{{seconds(0), kPlusInf}, true, false}, Row{{seconds(1), {0, 600, 1, 0}}, true, true},
         Row{{seconds(1), {1, 1, 1, 4}}, false, false}, Row{{kNone, seconds(1)}, false, false}, Row{{}, false, false}}) {
-    EXPECT_EQ(CMTIMERANGE_IS_VALID(row.range), row.valid) << row.range;
-    EXPECT_EQ(CMTIMERANGE_IS_EMPTY(row.range), row.empty) << row.range;
+    EXPECT_EQ(CMTIMERANGE_IS_VALID(range), valid) << range;
+    EXPECT_EQ(CMTIMERANGE_IS_EMPTY(range), empty) << range;
   }
   EXPECT_TRUE(CMTIMERANGE_IS_INVALID(CMTimeRangeMake(seconds(0), {1, 1, 1, 2})));
 }
 
 TEST(CMTimeRange, ContainsItsStartButNotItsEnd) {
-  struct Row {
-    CMTimeRange range;
-    CMTime time;
-    bool contained;
-  };
+  using Row = std::tuple<CMTimeRange, CMTime, bool>;
   const CMTimeRange three = range(2, 3);
-  for (const Row& row :
+  for (const auto& [range, time, contained] :
        {Row{three, {2399, 1200, 1, 0}, false}, Row{three, seconds(2), true}, Row{three, {2147483647, 500000000, 1, 0}, true},
         Row{three, seconds(5), false}, Row{three, kNone, false}, Row{range(2, 0), seconds(2), false},
         Row{kCMTimeRangeInvalid, kNone, false}, Row{{seconds(0), kPlusInf}, seconds(1'000'000), true}}) {
-    EXPECT_EQ(CMTimeRangeContainsTime(row.range, row.time), row.contained) << row.range << row.time;
+    EXPECT_EQ(CMTimeRangeContainsTime(range, time), contained) << range << time;
   }
   for (const auto& [inner, contained] : {std::pair{three, true}, std::pair{range(5, 0), true}, std::pair{range(4, 2), false}}) {
     EXPECT_EQ(CMTimeRangeContainsTimeRange(three, inner), contained) << inner;
@@ -52,16 +45,14 @@ TEST(CMTimeRange, IsEqualByValueNotByTimescale) {
 }
 
 TEST(CMTimeRange, UnionHoldsTheGapAndIntersectionMayBeEmpty) {
-  struct Row {
-    CMTimeRange a, b, expectedUnion, expectedIntersection;
-  };
-  for (const Row& row :
+  using Row = std::tuple<CMTimeRange, CMTimeRange, CMTimeRange, CMTimeRange>;
+  for (const auto& [a, b, expectedUnion, expectedIntersection] :
        {Row{range(0, 2), range(1, 3), range(0, 4), range(1, 1)}, Row{range(0, 9), range(2, 3), range(0, 9), range(2, 3)},
         Row{{seconds(0), kPlusInf}, range(4, 3), {seconds(0), kPlusInf}, range(4, 3)}}) {
-    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetUnion(row.a, row.b), row.expectedUnion)) << row.a << row.b;
-    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetUnion(row.b, row.a), row.expectedUnion)) << row.a << row.b;
-    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetIntersection(row.a, row.b), row.expectedIntersection)) << row.a << row.b;
-    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetIntersection(row.b, row.a), row.expectedIntersection)) << row.a << row.b;
+    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetUnion(a, b), expectedUnion)) << a << b;
+    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetUnion(b, a), expectedUnion)) << a << b;
+    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetIntersection(a, b), expectedIntersection)) << a << b;
+    EXPECT_TRUE(CMTimeRangeEqual(CMTimeRangeGetIntersection(b, a), expectedIntersection)) << a << b;
   }
   for (const auto& other : {range(2, 1), range(5, 1)}) {
     EXPECT_TRUE(CMTIMERANGE_IS_EMPTY(CMTimeRangeGetIntersection(range(0, 2), other))) << other;
@@ -71,13 +62,9 @@ TEST(CMTimeRange, UnionHoldsTheGapAndIntersectionMayBeEmpty) {
 }
 
 TEST(CMTimeMap, ExtendsLinearlyBeyondTheRange) {
-  struct Row {
-    CMTime time;
-    CMTimeRange from, to;
-    CMTime expected;
-  };
+  using Row = std::tuple<CMTime, CMTimeRange, CMTimeRange, CMTime>;
   const CMTimeRange frames = {{0, 1, 1, 0}, {1001, 30000, 1, 0}};
-  for (const Row& row :
+  for (const auto& [time, from, to, expected] :
        {Row{seconds(1), range(0, 2), range(10, 4), seconds(12)}, Row{seconds(2), range(0, 2), range(10, 4), seconds(14)},
         Row{seconds(3), range(0, 2), range(10, 4), seconds(16)}, Row{seconds(-1), range(0, 2), range(10, 4), seconds(8)},
         Row{seconds(1), range(0, 0), range(10, 4), kNone}, Row{seconds(1), range(0, 2), range(10, 0), kNone},
@@ -88,8 +75,8 @@ TEST(CMTimeMap, ExtendsLinearlyBeyondTheRange) {
             {{0, 1, 1, 0}, {999999937, 1000000007, 1, 0}},
             {{0, 1, 1, 0}, {999999937, 1000000007, 1, 0}},
             {1, 7, 1, 0}}}) {
-    const CMTime result = CMTimeMapTimeFromRangeToRange(row.time, row.from, row.to);
-    EXPECT_EQ(CMTimeCompare(result, row.expected), 0) << row.time << " from " << row.from << " to " << row.to << " is " << result;
+    const CMTime result = CMTimeMapTimeFromRangeToRange(time, from, to);
+    EXPECT_EQ(CMTimeCompare(result, expected), 0) << time << " from " << from << " to " << to << " is " << result;
   }
 }
 
