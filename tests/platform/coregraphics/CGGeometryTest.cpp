@@ -1,22 +1,18 @@
 #include "vidloom/platform/coregraphics/CGGeometry.h"
 
+#include <array>
 #include <cmath>
 
 namespace vidloom {
 namespace {
 
 TEST(CGRect, NormalisesNegativeSizes) {
-  struct Row {
-    CGRect rect;
-    double minX, midX, maxX, minY, midY, maxY;
-  };
-  for (const Row& row : {Row{{{10, 100}, {20, -40}}, 10, 20, 30, 60, 80, 100}, Row{{{0, 0}, {-3, 5}}, -3, -1.5, 0, 0, 2.5, 5}}) {
-    EXPECT_EQ(CGRectGetMinX(row.rect), row.minX) << row.rect;
-    EXPECT_EQ(CGRectGetMidX(row.rect), row.midX) << row.rect;
-    EXPECT_EQ(CGRectGetMaxX(row.rect), row.maxX) << row.rect;
-    EXPECT_EQ(CGRectGetMinY(row.rect), row.minY) << row.rect;
-    EXPECT_EQ(CGRectGetMidY(row.rect), row.midY) << row.rect;
-    EXPECT_EQ(CGRectGetMaxY(row.rect), row.maxY) << row.rect;
+  using Row = std::pair<CGRect, std::array<double, 6>>;
+  for (const auto& [rect, expected] :
+       {Row{{{10, 100}, {20, -40}}, {10, 20, 30, 60, 80, 100}}, Row{{{0, 0}, {-3, 5}}, {-3, -1.5, 0, 0, 2.5, 5}}}) {
+    const std::array edges{CGRectGetMinX(rect), CGRectGetMidX(rect), CGRectGetMaxX(rect),
+                           CGRectGetMinY(rect), CGRectGetMidY(rect), CGRectGetMaxY(rect)};
+    EXPECT_EQ(edges, expected) << rect;
   }
 }
 
