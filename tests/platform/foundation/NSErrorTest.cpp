@@ -6,12 +6,9 @@ namespace vidloom {
 namespace {
 
 TEST(NSError, DescribesItself) {
-  struct Row {
-    NSError error;
-    std::string description, localized;
-  };
+  using Row = std::tuple<NSError, std::string, std::string>;
   const NSError underlying("Inner", 7);
-  for (const Row& row : {
+  for (const auto& [error, description, localized] : {
            Row{NSError("LUMRender", -1, {{NSLocalizedDescriptionKey, std::string("boom")}}),
                R"~(Error Domain=LUMRender Code=-1 "boom" UserInfo={NSLocalizedDescription=boom})~", "boom"},
            Row{NSError("D", 5), R"~(Error Domain=D Code=5 "(null)")~", "The operation couldn\u2019t be completed. (D error 5.)"},
@@ -26,8 +23,8 @@ TEST(NSError, DescribesItself) {
                R"~(NSUnderlyingError={Error Domain=Inner Code=7 "(null)"}})~",
                "text"},
        }) {
-    EXPECT_EQ(row.error.description(), row.description);
-    EXPECT_EQ(row.error.localizedDescription(), row.localized);
+    EXPECT_EQ(error.description(), description);
+    EXPECT_EQ(error.localizedDescription(), localized);
   }
 }
 

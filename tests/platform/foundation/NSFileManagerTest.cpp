@@ -2,10 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include <unistd.h>
-
 #include <fstream>
 
+#include "tests/support/Fixtures.h"
 #include "vidloom/platform/foundation/NSBundle.h"
 
 namespace vidloom {
@@ -14,43 +13,31 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
-class Files : public ::testing::Test {
- protected:
-  Files() : folder_(fs::path(::testing::TempDir()) / ("vidloom_files_" + std::to_string(getpid()))) {
-    fs::create_directories(folder_);
-  }
-  ~Files() override { fs::remove_all(folder_); }
+fs::path touch(const fs::path& path) {
+  fs::create_directories(path.parent_path());
+  std::ofstream(path) << "x";
+  return path;
+}
 
-  fs::path touch(const fs::path& name) {
-    const fs::path path = folder_ / name;
-    fs::create_directories(path.parent_path());
-    std::ofstream(path) << "x";
-    return path;
-  }
-
-  const fs::path folder_;
-};
-
-TEST_F(Files, AreRemovedAndSoAreLinksAndEmptyFoldersButNothingElse) {
-  std::optional<NSError> error;
-  const fs::path file = touch("full/kept.mp4");
-  const fs::path link = folder_ / "link";
+TEST(Files, AreRemovedAndSoAreLinksAndEmptyFoldersButNothingElse) {
+  const fs::path folder = testing::scratchFolder() / "full", file = touch(folder / "kept.mp4"), link = folder / "link";
   fs::create_symlink(file, link);
-  EXPECT_TRUE(NSFileManager::removeItemAtURL(link, &error));
+  EXPECT_TRUE(NSFileManager::removeItemAtURL(link, nullptr));
   EXPECT_TRUE(NSFileManager::fileExistsAtPath(file));
-  EXPECT_FALSE(NSFileManager::removeItemAtURL(folder_ / "full", &error));
+  std::optional<NSError> error;
+  EXPECT_FALSE(NSFileManager::removeItemAtURL(folder, &error));
   EXPECT_TRUE(NSFileManager::fileExistsAtPath(file));
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code(), NSFileWriteUnknownError);
-  for (const fs::path& path : {file, folder_ / "full"}) {
+  EXPECT_EQ(error.value_or(NSError{}).code(), NSFileWriteUnknownError);
+  for (const fs::path& path : {file, folder}) {
     EXPECT_TRUE(NSFileManager::removeItemAtURL(path, nullptr));
     EXPECT_FALSE(NSFileManager::fileExistsAtPath(path));
   }
 }
 
-TEST_F(Files, ThatAreMissingCannotBeRemoved) {
+TEST(Files, ThatAreMissingCannotBeRemoved) {
+  const fs::path folder = testing::scratchFolder();
   for (const fs::path& path :
-       {folder_ / "missing.mp4", folder_ / "no folder" / "missing.mp4", touch("file") / "missing.mp4", fs::path()}) {
+       {folder / "missing.mp4", folder / "no folder" / "missing.mp4", touch(folder / "file") / "missing.mp4", fs::path()}) {
     std::optional<NSError> error;
     EXPECT_FALSE(NSFileManager::removeItemAtURL(path, &error));
     ASSERT_TRUE(error) << path;
@@ -62,14 +49,14 @@ TEST_F(Files, ThatAreMissingCannotBeRemoved) {
   }
 }
 
-TEST_F(Files, OfABundleAreFoundBesideItsBinary) {
-  const fs::path clip = touch("prefix/share/vidloom/clip.mp4");
+TEST(Files, OfABundleAreFoundBesideItsBinary) {
+  const fs::path folder = testing::scratchFolder(), clip = touch(folder / "prefix/share/vidloom/clip.mp4");
   for (const auto* binary : {"prefix/bin/program", "prefix/lib/libvidloom.so", "prefix/lib/x86_64-linux-gnu/libvidloom.so"}) {
-    const NSBundle bundle = NSBundle::bundleForBinary(folder_ / binary);
+    const NSBundle bundle = NSBundle::bundleForBinary(folder / binary);
     EXPECT_EQ(bundle.pathForResource("clip", "mp4"), clip) << binary;
     EXPECT_EQ(bundle.pathForResource("clip", "mov"), fs::path()) << binary;
   }
-  EXPECT_EQ(NSBundle::bundleForBinary(folder_ / "elsewhere/bin/program").pathForResource("clip", "mp4"), fs::path());
+  EXPECT_EQ(NSBundle::bundleForBinary(folder / "elsewhere/bin/program").pathForResource("clip", "mp4"), fs::path());
 }
 
 }  // namespace

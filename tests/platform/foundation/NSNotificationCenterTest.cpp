@@ -8,22 +8,18 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class Listener : public NSNotificationObserver {
- public:
-  Listener(std::string name, std::vector<std::string>& journal) : name_(std::move(name)), journal_(journal) {}
-  void handleNotification(const NSNotification& notification) override {
-    journal_.push_back(name_ + ":" + notification.name);
-    if (onNotification) onNotification();
-  }
-  std::function<void()> onNotification;
-
- private:
-  std::string name_;
-  std::vector<std::string>& journal_;
-};
-
 class NotificationCenter : public ::testing::Test {
  protected:
+  struct Listener : NSNotificationObserver {
+    Listener(std::string called, std::vector<std::string>& notes) : name(std::move(called)), journal(notes) {}
+    void handleNotification(const NSNotification& notification) override {
+      journal.push_back(name + ":" + notification.name);
+      if (onNotification) onNotification();
+    }
+    const std::string name;
+    std::vector<std::string>& journal;
+    std::function<void()> onNotification;
+  };
   std::shared_ptr<Listener> listener(const std::string& name) { return std::make_shared<Listener>(name, journal_); }
 
   NSNotificationCenter center_;
