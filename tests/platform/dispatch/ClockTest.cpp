@@ -21,9 +21,10 @@ class HandDriven : public ::testing::Test {
   void after(int64_t delayNs, const std::string& word) {
     dispatch_after(dispatch_time(DISPATCH_TIME_NOW, delayNs), queue_, [this, word] { journal_.add(word); });
   }
-  void advance(uint64_t deltaNs) {
+  std::vector<std::string> wordsAfter(uint64_t deltaNs) {
     clock_->advance(deltaNs);
     flush(queue_);
+    return journal_.words();
   }
 
   std::shared_ptr<HandDrivenClock> clock_ = HandDrivenClock::make(5000);
@@ -32,18 +33,13 @@ class HandDriven : public ::testing::Test {
 };
 
 TEST_F(HandDriven, SubmitsInOrderOfTimeAndNeverEarly) {
-  after(50 * kMillisecondNs, "50");
-  after(20 * kMillisecondNs, "20 first");
-  after(20 * kMillisecondNs, "20 second");
+  after(50, "50");
+  after(20, "20 first");
+  after(20, "20 second");
   after(0, "now");
-  flush(queue_);
-  EXPECT_THAT(journal_.words(), ElementsAre("now"));
-  advance(20 * kMillisecondNs - 1);
-  EXPECT_THAT(journal_.words(), ElementsAre("now"));
-  advance(1);
-  EXPECT_THAT(journal_.words(), ElementsAre("now", "20 first", "20 second"));
-  advance(1000 * kMillisecondNs);
-  EXPECT_THAT(journal_.words(), ElementsAre("now", "20 first", "20 second", "50"));
+  EXPECT_THAT(wordsAfter(19), ElementsAre("now"));
+  EXPECT_THAT(wordsAfter(1), ElementsAre("now", "20 first", "20 second"));
+  EXPECT_THAT(wordsAfter(1000), ElementsAre("now", "20 first", "20 second", "50"));
 }
 
 TEST_F(HandDriven, EndsATimedWait) {
@@ -63,16 +59,13 @@ TEST_F(HandDriven, EndsATimedWait) {
 }
 
 /// Shows the time of a call as soon as somebody asks for it, and makes the call at once.
-class ImpatientClock : public DispatchClock {
- public:
-  uint64_t nowNs() const override { return now_; }
+struct ImpatientClock : DispatchClock {
+  uint64_t nowNs() const override { return now; }
   void callAt(uint64_t timeNs, std::function<void()> call) override {
-    now_ = timeNs;
+    now = timeNs;
     call();
   }
-
- private:
-  uint64_t now_ = 1;
+  uint64_t now = 1;
 };
 
 TEST(TimedWait, EndsWhenTheClockMovesOnJustAsItBegins) {
@@ -94,20 +87,16 @@ TEST(MonotonicClock, SubmitsInOrderOfTimeNotEarlierThanAsked) {
   const bool bothWaited = clock->nowNs() < start + 3 * kMillisecondNs;
   ASSERT_TRUE(RunLoop::main().runUntil([&] { return order.size() == 2; }, kSafetyNs));
   // On a busy machine the first one may have been due before the second was asked for.
-  if (bothWaited) EXPECT_THAT(order, ElementsAre(1, 2));
+  EXPECT_TRUE(!bothWaited || order.front() == 1);
   EXPECT_GE(ranAt, start + 3 * kMillisecondNs);
 }
 
 TEST(DispatchTime, AddsWithoutOverflow) {
-  struct Case {
-    dispatch_time_t when;
-    int64_t delta;
-    dispatch_time_t expected;
-  };
-  for (const Case& row :
-       {Case{1000, 50, 1050}, Case{1000, -50, 950}, Case{1000, -5000, 1}, Case{DISPATCH_TIME_FOREVER, -1, DISPATCH_TIME_FOREVER},
-        Case{DISPATCH_TIME_FOREVER - 5, 10, DISPATCH_TIME_FOREVER}, Case{7, INT64_MIN, 1}}) {
-    EXPECT_EQ(dispatch_time(row.when, row.delta), row.expected) << row.when << " + " << row.delta;
+  using Row = std::tuple<dispatch_time_t, int64_t, dispatch_time_t>;
+  for (const auto& [when, delta, expected] :
+       {Row{1000, 50, 1050}, Row{1000, -50, 950}, Row{1000, -5000, 1}, Row{DISPATCH_TIME_FOREVER, -1, DISPATCH_TIME_FOREVER},
+        Row{DISPATCH_TIME_FOREVER - 5, 10, DISPATCH_TIME_FOREVER}, Row{7, INT64_MIN, 1}}) {
+    EXPECT_EQ(dispatch_time(when, delta), expected) << when << " + " << delta;
   }
 }
 

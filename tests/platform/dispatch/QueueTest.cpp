@@ -13,8 +13,11 @@ namespace {
 
 using ::testing::ElementsAre;
 
+dispatch_queue_t serialQueue() { return dispatch_queue_create("a label of some length", DISPATCH_QUEUE_SERIAL); }
+dispatch_queue_t concurrentQueue() { return dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT); }
+
 TEST(SerialQueue, RunsTheWorkOfManyThreadsOneByOneAndThatOfEachInItsOrder) {
-  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  const auto queue = serialQueue();
   std::vector<std::vector<int>> orders(6);  // unguarded on purpose: the thread sanitizer sees any overlap
   int count = 0;
   std::vector<std::thread> threads;
@@ -38,51 +41,43 @@ TEST(SerialQueue, RunsTheWorkOfManyThreadsOneByOneAndThatOfEachInItsOrder) {
   EXPECT_EQ(count, 3000);
 }
 
-TEST(SerialQueue, RunsSyncOnTheCallersThreadAlsoAfterOthers) {
-  const auto queue = dispatch_queue_create("a label of some length", DISPATCH_QUEUE_SERIAL);
-  for (const bool busy : {false, true}) {
-    const auto gate = dispatch_semaphore_create(0);
-    std::thread::id ranOn;
-    char threadName[16] = {};
-    if (busy) {
-      dispatch_async(queue, [&] {
-        dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER);
-        pthread_getname_np(pthread_self(), threadName, sizeof threadName);
-      });
-    }
-    dispatch_semaphore_signal(gate);
-    dispatch_sync(queue, [&] { ranOn = std::this_thread::get_id(); });
-    EXPECT_EQ(ranOn, std::this_thread::get_id());
-    EXPECT_STREQ(threadName, busy ? "a label of some" : "");
-  }
+TEST(SerialQueue, RunsSyncOnTheCallersThreadAfterWhatCameBeforeOnThreadsOfItsName) {
+  const auto queue = serialQueue();
+  const auto gate = dispatch_semaphore_create(0);
+  std::thread::id ranOn;
+  char threadName[16] = {};
+  dispatch_async(queue, [&] {
+    dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER);
+    pthread_getname_np(pthread_self(), threadName, sizeof threadName);
+  });
+  dispatch_semaphore_signal(gate);
+  dispatch_sync(queue, [&] { ranOn = std::this_thread::get_id(); });
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
+  EXPECT_STREQ(threadName, "a label of some");
 }
 
-TEST(ConcurrentQueue, OverlapsBlocksAndKeepsBarriersAlone) {
-  const auto queue = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
+TEST(ConcurrentQueue, OverlapsBlocksBeforeAndAfterABarrier) {
+  const auto queue = concurrentQueue();
   Journal journal;
-  const auto aStarted = dispatch_semaphore_create(0), bRan = dispatch_semaphore_create(0), met = dispatch_semaphore_create(0),
-             done = dispatch_semaphore_create(0);
+  const auto first = dispatch_semaphore_create(0), second = dispatch_semaphore_create(0), done = dispatch_semaphore_create(0);
   dispatch_async(queue, [&] {
-    dispatch_semaphore_signal(aStarted);
-    dispatch_semaphore_wait(bRan, DISPATCH_TIME_FOREVER);  // only comes through where B runs beside A
+    dispatch_semaphore_wait(first, DISPATCH_TIME_FOREVER);  // only comes through where the next one runs beside it
     journal.add("AB");
   });
-  ASSERT_TRUE(cameThrough(aStarted));
-  dispatch_async(queue, [&] { dispatch_semaphore_signal(bRan); });
+  dispatch_async(queue, [&] { dispatch_semaphore_signal(first); });
   dispatch_barrier_async(queue, [&] { journal.add("C"); });
-  dispatch_barrier_async(queue, [&] { journal.add("D"); });
   dispatch_async(queue, [&] {
-    dispatch_semaphore_wait(met, DISPATCH_TIME_FOREVER);  // those after a barrier overlap again
-    dispatch_sync(queue, [&] { journal.add("EF"); });
+    dispatch_semaphore_wait(second, DISPATCH_TIME_FOREVER);
+    dispatch_sync(queue, [&] { journal.add("DE"); });
     dispatch_semaphore_signal(done);
   });
-  dispatch_async(queue, [&] { dispatch_semaphore_signal(met); });
+  dispatch_async(queue, [&] { dispatch_semaphore_signal(second); });
   ASSERT_TRUE(cameThrough(done));
-  EXPECT_THAT(journal.words(), ElementsAre("AB", "C", "D", "EF"));
+  EXPECT_THAT(journal.words(), ElementsAre("AB", "C", "DE"));
 }
 
 TEST(ConcurrentQueue, KeepsWritersApartFromReaders) {
-  const auto queue = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
+  const auto queue = concurrentQueue();
   std::atomic<int> readers{0};
   int value = 0;  // written in barriers only
   std::atomic<bool> writing{false}, overlapped{false};
@@ -125,10 +120,8 @@ TEST(Queues, GetAThreadForEveryBlockThatBlocks) {
   constexpr int kJobs = 16;
   const auto gate = dispatch_semaphore_create(0), arrived = dispatch_semaphore_create(0);
   const auto group = dispatch_group_create();
-  std::vector<dispatch_queue_t> queues;
   for (int i = 0; i < kJobs; ++i) {
-    queues.push_back(dispatch_queue_create("job" + std::to_string(i), i % 2 ? DISPATCH_QUEUE_SERIAL : DISPATCH_QUEUE_CONCURRENT));
-    dispatch_group_async(group, queues.back(), [&] {
+    dispatch_group_async(group, i % 2 ? serialQueue() : concurrentQueue(), [&] {
       dispatch_semaphore_signal(arrived);
       dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER);
     });
@@ -138,66 +131,45 @@ TEST(Queues, GetAThreadForEveryBlockThatBlocks) {
   EXPECT_EQ(dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, kSafetyNs)), 0);
 }
 
-TEST(Queues, MayBeDroppedByTheirOwnLastBlock) {
-  const auto done = dispatch_semaphore_create(0);
-  struct Owner {
-    dispatch_queue_t queue = dispatch_queue_create("owned", DISPATCH_QUEUE_SERIAL);
-    dispatch_semaphore_t destroyed;
-    ~Owner() { dispatch_semaphore_signal(destroyed); }
-  };
-  auto owner = std::make_shared<Owner>();
-  owner->destroyed = done;
-  const auto queue = std::weak_ptr(owner->queue);
-  const auto gate = dispatch_semaphore_create(0);
-  dispatch_async(owner->queue, [owner, gate] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
-  owner.reset();
-  dispatch_semaphore_signal(gate);
-  EXPECT_TRUE(cameThrough(done));
-}
+/// Uses its queue once more when it is released.
+struct Owner {
+  dispatch_queue_t queue;
+  dispatch_semaphore_t done;
+  ~Owner() {
+    dispatch_async(queue, [semaphore = done] { dispatch_semaphore_signal(semaphore); });
+  }
+};
 
-TEST(Queues, ReleaseABlockOutsideTheirLocks) {
-  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
-  const auto done = dispatch_semaphore_create(0);
-  struct SubmitsWhenReleased {
-    dispatch_queue_t queue;
-    dispatch_semaphore_t done;
-    ~SubmitsWhenReleased() {
-      dispatch_async(queue, [semaphore = done] { dispatch_semaphore_signal(semaphore); });
-    }
-  };
-  for (const auto& target : {queue, dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT)}) {
-    dispatch_async(target, [held = std::make_shared<SubmitsWhenReleased>(SubmitsWhenReleased{target, done})] {});
+TEST(Queues, MayBeUsedAndDroppedByWhatTheirOwnLastBlockReleases) {
+  for (const auto& makeQueue : {serialQueue, concurrentQueue}) {
+    const auto done = dispatch_semaphore_create(0), gate = dispatch_semaphore_create(0);
+    auto owner = std::make_shared<Owner>(Owner{makeQueue(), done});
+    dispatch_async(owner->queue, [owner, gate] { dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER); });
+    owner.reset();
+    dispatch_semaphore_signal(gate);
     EXPECT_TRUE(cameThrough(done));
   }
 }
 
 TEST(Queues, ReleaseABlockBeforeTheNextOneRuns) {
-  const auto queue = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
+  const auto queue = serialQueue();
   auto object = std::make_shared<int>(1);
   const auto watch = std::weak_ptr(object);
   bool released = false;
   dispatch_async(queue, [object = std::move(object)] {});
-  dispatch_async(queue, [&] { released = watch.expired(); });
-  flush(queue);
+  dispatch_sync(queue, [&] { released = watch.expired(); });
   EXPECT_TRUE(released);
 }
 
 TEST(QueueDeathTest, StopsTheProgramForASyncThatWaitsForItself) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto serial = dispatch_queue_create("serial", DISPATCH_QUEUE_SERIAL);
-  const auto between = dispatch_queue_create("between", DISPATCH_QUEUE_SERIAL);
-  const auto concurrent = dispatch_queue_create("concurrent", DISPATCH_QUEUE_CONCURRENT);
+  const auto serial = serialQueue(), between = serialQueue(), concurrent = concurrentQueue(), main = dispatch_get_main_queue();
   const auto nothing = [] {};
   constexpr const char* kMessage = "dispatch_sync called on queue already owned by current thread";
-  EXPECT_DEATH(dispatch_sync(serial, [&] { dispatch_sync(serial, nothing); }), kMessage);
   EXPECT_DEATH(dispatch_sync(serial, [&] { dispatch_sync(between, [&] { dispatch_sync(serial, nothing); }); }), kMessage);
   EXPECT_DEATH(dispatch_barrier_sync(concurrent, [&] { dispatch_sync(concurrent, nothing); }), kMessage);
-  EXPECT_DEATH(
-      {
-        dispatch_async(dispatch_get_main_queue(), [&] { dispatch_sync(dispatch_get_main_queue(), nothing); });
-        RunLoop::main().poll();
-      },
-      kMessage);
+  dispatch_async(main, [&] { EXPECT_DEATH(dispatch_sync(main, nothing), kMessage); });
+  EXPECT_TRUE(RunLoop::main().poll());
 }
 
 }  // namespace

@@ -12,92 +12,81 @@ namespace {
 
 using ::testing::ElementsAre;
 
-TEST(MainQueue, RunsNothingUntilItIsDrainedAndThenInOrder) {
+const dispatch_queue_t kMain = dispatch_get_main_queue();
+RunLoop& loop() { return RunLoop::main(); }
+
+TEST(MainQueue, RunsNothingUntilItIsDrainedAndThenInOrderCallingTheHookForEachBlock) {
   Journal journal;
-  const auto queue = dispatch_get_main_queue();
-  dispatch_async(queue, [&] {
+  std::atomic<int> calls{0};
+  loop().setWakeUpHook([&] { ++calls; });
+  dispatch_async(kMain, [&] {
     journal.add("1");
-    dispatch_async(queue, [&] { journal.add("3"); });
-    EXPECT_TRUE(dispatch_queue_is_current(queue));
+    dispatch_async(kMain, [&] { journal.add("3"); });
+    EXPECT_TRUE(dispatch_queue_is_current(kMain));
   });
-  dispatch_async(queue, [&] { journal.add("2"); });
-  EXPECT_EQ(journal.size(), 0u);
-  EXPECT_TRUE(RunLoop::main().poll());
+  dispatch_async(kMain, [&] { journal.add("2"); });
+  EXPECT_EQ(journal.words().size(), 0u);
+  EXPECT_TRUE(loop().poll());
   EXPECT_THAT(journal.words(), ElementsAre("1", "2"));
-  EXPECT_TRUE(RunLoop::main().poll());
-  EXPECT_THAT(journal.words(), ElementsAre("1", "2", "3"));
-  EXPECT_FALSE(RunLoop::main().poll());
-  EXPECT_FALSE(dispatch_queue_is_current(queue));
+  loop().setWakeUpHook(nullptr);
+  dispatch_async(kMain, [&] { journal.add("4"); });
+  EXPECT_TRUE(loop().poll());
+  EXPECT_THAT(journal.words(), ElementsAre("1", "2", "3", "4"));
+  EXPECT_EQ(calls, 3);
+  EXPECT_FALSE(loop().poll());
+  EXPECT_FALSE(dispatch_queue_is_current(kMain));
 }
 
 TEST(MainQueue, RunsSyncBlocksOfOtherThreadsOnTheMainThread) {
-  const auto worker = dispatch_queue_create("worker", DISPATCH_QUEUE_SERIAL);
-  const auto mainThread = std::this_thread::get_id();
   std::thread::id ranOn;
   std::atomic<bool> returned{false};
-  dispatch_async(worker, [&] {
-    dispatch_sync(dispatch_get_main_queue(), [&] { ranOn = std::this_thread::get_id(); });
+  dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT), [&] {
+    dispatch_sync(kMain, [&] { ranOn = std::this_thread::get_id(); });
     returned = true;
-    RunLoop::main().wake();
+    loop().wake();
   });
-  EXPECT_TRUE(RunLoop::main().runUntil([&] { return returned.load(); }, kSafetyNs));
-  EXPECT_EQ(ranOn, mainThread);
+  EXPECT_TRUE(loop().runUntil([&] { return returned.load(); }, kSafetyNs));
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
 }
 
 TEST(RunLoop, LooksAtThePredicateBeforeAnyBlockAndAfterEach) {
   int ran = 0;
-  for (int i = 0; i < 3; ++i) dispatch_async(dispatch_get_main_queue(), [&] { ++ran; });
-  EXPECT_TRUE(RunLoop::main().runUntil([] { return true; }));
+  for (int i = 0; i < 3; ++i) dispatch_async(kMain, [&] { ++ran; });
+  EXPECT_TRUE(loop().runUntil([] { return true; }));
   EXPECT_EQ(ran, 0);
-  EXPECT_TRUE(RunLoop::main().runUntil([&] { return ran == 2; }, kSafetyNs));
+  EXPECT_TRUE(loop().runUntil([&] { return ran == 2; }, kSafetyNs));
   EXPECT_EQ(ran, 2);
-  EXPECT_TRUE(RunLoop::main().poll());
+  EXPECT_TRUE(loop().poll());
 }
 
 TEST(RunLoop, GivesUpAtTheTimeOutEvenWhileBlocksKeepComing) {
-  EXPECT_FALSE(RunLoop::main().runUntil([] { return false; }, 1'000'000));
-  std::function<void()> again = [&] { dispatch_async(dispatch_get_main_queue(), again); };
+  EXPECT_FALSE(loop().runUntil([] { return false; }, 1'000'000));
+  std::function<void()> again = [&] { dispatch_async(kMain, again); };
   again();
-  EXPECT_FALSE(RunLoop::main().runUntil([] { return false; }, 1'000'000));
+  EXPECT_FALSE(loop().runUntil([] { return false; }, 1'000'000));
   again = [] {};
-  while (RunLoop::main().poll()) {
-  }
+  while (loop().poll()) continue;
 }
 
 TEST(RunLoop, StopsAfterTheBlockThatAsksForItOrAtOnceWhenAskedBefore) {
   int ran = 0;
-  dispatch_async(dispatch_get_main_queue(), [&] {
+  dispatch_async(kMain, [&] {
     ++ran;
-    RunLoop::main().stop();
+    loop().stop();
   });
-  dispatch_async(dispatch_get_main_queue(), [&] { ++ran; });
-  RunLoop::main().run();
+  dispatch_async(kMain, [&] { ++ran; });
+  loop().run();
   EXPECT_EQ(ran, 1);
-  RunLoop::main().stop();
-  RunLoop::main().run();
+  loop().stop();
+  loop().run();
   EXPECT_EQ(ran, 1);
-  EXPECT_TRUE(RunLoop::main().poll());
-}
-
-TEST(RunLoop, CallsTheHookForEveryBlockSubmitted) {
-  std::atomic<int> calls{0};
-  RunLoop::main().setWakeUpHook([&] { ++calls; });
-  dispatch_async(dispatch_get_main_queue(), [] {});
-  dispatch_async(dispatch_get_main_queue(), [] {});
-  RunLoop::main().setWakeUpHook(nullptr);
-  dispatch_async(dispatch_get_main_queue(), [] {});
-  EXPECT_EQ(calls, 2);
-  RunLoop::main().poll();
+  EXPECT_TRUE(loop().poll());
 }
 
 TEST(RunLoopDeathTest, StopsTheProgramWhenTwoThreadsDrainAtATime) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(
-      {
-        dispatch_async(dispatch_get_main_queue(), [] { std::thread([] { RunLoop::main().poll(); }).join(); });
-        RunLoop::main().poll();
-      },
-      "drained by two threads");
+  dispatch_async(kMain, [] { EXPECT_DEATH(std::thread([] { loop().poll(); }).join(), "drained by two threads"); });
+  EXPECT_TRUE(loop().poll());
 }
 
 }  // namespace
