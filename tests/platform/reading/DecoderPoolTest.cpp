@@ -7,9 +7,7 @@
 namespace vidloom {
 namespace {
 
-using testing::DecoderLog;
-using testing::FakeFile;
-using testing::fakeVideoOpener;
+using namespace testing;
 
 class DecoderPoolTest : public ::testing::Test {
  protected:
@@ -49,15 +47,15 @@ TEST_F(DecoderPoolTest, NeverClosesWhatAnotherTrackIsReading) {
 }
 
 TEST_F(DecoderPoolTest, KeepsSomeDecodersOfSoundForFilesThatComeBack) {
-  AudioDecoderPool sound{testing::fakeAudioOpener(log)};
-  const auto tone = [](int64_t, int) { return 0.0f; };
+  AudioDecoderPool sound{fakeAudioOpener(log)};
   std::vector<std::shared_ptr<FakeFile>> songs;
-  for (const char* name : {"a", "b", "c"}) songs.push_back(FakeFile::audio(name, 48000, tone));
-  for (int round = 0; round < 30; ++round) {
+  for (int i = 0; i < 20; ++i) songs.push_back(FakeFile::audio("song", 48000, [](int64_t, int) { return 0.0f; }));
+  for (size_t round = 0; round < 90; ++round) {
     sound.beginRound();
-    ASSERT_TRUE(sound.acquire(0, songs[static_cast<size_t>(round % 3)], 0, nullptr));
+    ASSERT_TRUE(sound.acquire(0, songs[round < 30 ? round % 3 : round % 20], 0, nullptr));
+    EXPECT_TRUE(log->opened <= 3 || round >= 30) << round;
   }
-  EXPECT_EQ(log->opened, 3);
+  EXPECT_LE(log->mostOpen, 4);
 }
 
 TEST_F(DecoderPoolTest, TracksThatTakeTurnsFindTheirOwnDecodersAgainAlsoOfOneFile) {

@@ -2,34 +2,45 @@
 
 #include <algorithm>
 
+#include "tests/platform/pixels/TestPictures.h"
 #include "vidloom/platform/avfoundation/AVError.h"
 #include "vidloom/platform/dispatch/dispatch.h"
-#include "vidloom/platform/pixels/PicturePool.h"
 
 namespace vidloom::testing {
 
 namespace {
 
 PictureRef numberedPicture(int number, int width, int height) {
-  const auto picture = PicturePool::shared().make(width, height, PictureColor{}, false);
-  for (int y = 0; y < height; ++y) std::fill_n(picture->mutableY() + y * picture->y.stride, width, kMark);
-  for (int y = 0; y < picture->chromaHeight(); ++y) {
-    std::fill_n(picture->mutableCb() + y * picture->cb.stride, picture->chromaWidth(), 128);
-    std::fill_n(picture->mutableCr() + y * picture->cr.stride, picture->chromaWidth(), 128);
-  }
+  const auto picture = test::flatPicture(width, height, kMark, 128, 128);
   picture->mutableY()[0] = static_cast<uint8_t>(16 + number % 200);
   picture->mutableY()[1] = static_cast<uint8_t>(16 + number / 200);
   return picture;
 }
 
-class FakeVideoDecoder : public VideoDecoder {
+/// What both kinds of decoders share.
+template <class Interface>
+class FakeDecoder : public Interface {
  public:
-  FakeVideoDecoder(std::shared_ptr<const FakeFile> file, std::shared_ptr<DecoderLog> log)
+  FakeDecoder(std::shared_ptr<const FakeFile> file, std::shared_ptr<DecoderLog> log)
       : file_(std::move(file)), log_(std::move(log)) {
     log_->count(1);
   }
-  ~FakeVideoDecoder() override { log_->count(-1); }
+  ~FakeDecoder() override { log_->count(-1); }
+  void cancel() override {
+    isCancelled_ = true;
+    dispatch_semaphore_signal(cancelled_);
+  }
 
+ protected:
+  const std::shared_ptr<const FakeFile> file_;
+  const std::shared_ptr<DecoderLog> log_;
+  const dispatch_semaphore_t cancelled_ = dispatch_semaphore_create(0);
+  std::atomic<bool> isCancelled_{false};
+};
+
+class FakeVideoDecoder : public FakeDecoder<VideoDecoder> {
+ public:
+  using FakeDecoder::FakeDecoder;
   std::optional<VideoFrame> frameAt(const CMTime& mediaTime, std::optional<NSError>* error) override {
     if (log_->blocksUntilCancelled) dispatch_semaphore_wait(cancelled_, DISPATCH_TIME_FOREVER);
     if (isCancelled_ || file_->frameTicks_.empty()) {
@@ -38,38 +49,26 @@ class FakeVideoDecoder : public VideoDecoder {
     }
     ++log_->frames;
     const MediaTrack& track = file_->tracks_[0];
+    const std::vector<int64_t>& ticks = file_->frameTicks_;
     const CMTimeScale scale = track.naturalTimeScale;
     const int64_t tick = CMTimeConvertScale(mediaTime, scale, CMTimeRoundingMethod::kRoundTowardNegativeInfinity).value;
-    const auto after = std::upper_bound(file_->frameTicks_.begin(), file_->frameTicks_.end(), tick);
-    const auto index = std::max<std::ptrdiff_t>(0, after - file_->frameTicks_.begin() - 1);
+    const auto next = std::upper_bound(ticks.begin() + 1, ticks.end(), tick);
+    const int64_t own = *(next - 1);
     // Like a decoder that stops at the very frame asked for: what follows is not known then.
-    const auto next = file_->frameTicks_.begin() + index + 1;
-    const int64_t own = file_->frameTicks_[static_cast<size_t>(index)];
-    next_ = own == tick ? kCMTimeInvalid : next == file_->frameTicks_.end() ? kCMTimePositiveInfinity : CMTimeMake(*next, scale);
-    return VideoFrame{numberedPicture(static_cast<int>(index), track.codedWidth, track.codedHeight), CMTimeMake(own, scale)};
+    next_ = own == tick ? kCMTimeInvalid : next == ticks.end() ? kCMTimePositiveInfinity : CMTimeMake(*next, scale);
+    const auto number = static_cast<int>(next - ticks.begin() - 1);
+    return VideoFrame{numberedPicture(number, track.codedWidth, track.codedHeight), CMTimeMake(own, scale)};
   }
   CMTime nextFrameTime() const override { return next_; }
-  void cancel() override {
-    isCancelled_ = true;
-    dispatch_semaphore_signal(cancelled_);
-  }
   int seekCount() const override { return 0; }
 
  private:
-  const std::shared_ptr<const FakeFile> file_;
-  const std::shared_ptr<DecoderLog> log_;
-  const dispatch_semaphore_t cancelled_ = dispatch_semaphore_create(0);
-  std::atomic<bool> isCancelled_{false};
   CMTime next_;
 };
 
-class FakeAudioDecoder : public AudioDecoder {
+class FakeAudioDecoder : public FakeDecoder<AudioDecoder> {
  public:
-  FakeAudioDecoder(std::shared_ptr<const FakeFile> file, std::shared_ptr<DecoderLog> log)
-      : file_(std::move(file)), log_(std::move(log)) {
-    log_->count(1);
-  }
-  ~FakeAudioDecoder() override { log_->count(-1); }
+  using FakeDecoder::FakeDecoder;
   double sampleRate() const override { return file_->tracks_[0].sampleRate; }
   bool read(int64_t firstFrame, int frameCount, float* interleavedStereo) override {
     for (int i = 0; i < 2 * frameCount; ++i) interleavedStereo[i] = file_->sound_(firstFrame + i / 2, i % 2);
@@ -77,12 +76,6 @@ class FakeAudioDecoder : public AudioDecoder {
   }
   NativeSound readNextNative16(int16_t*, int) override { return {}; }
   int channels() const override { return 2; }
-  void cancel() override { isCancelled_ = true; }
-
- private:
-  const std::shared_ptr<const FakeFile> file_;
-  const std::shared_ptr<DecoderLog> log_;
-  std::atomic<bool> isCancelled_{false};
 };
 
 template <class Decoder, class Interface>

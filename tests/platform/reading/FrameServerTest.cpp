@@ -14,26 +14,20 @@ using ::testing::ElementsAre;
 
 using FrameServerTest = FrameServerFixture;
 
-TEST_F(FrameServerTest, ServesEveryFrameOfTheGridInOrder) {
+TEST_F(FrameServerTest, ServesEveryFrameOfTheGridInOrderHoweverManyAreUnderWay) {
   show({kCMTimeZero, seconds(10)}, {layer(addFilm())});
   setup.range = {seconds(1, 60), seconds(299, 30)};
-  const ServedFrames served = serveAll(*server());
-  EXPECT_EQ(served.numbers, numbers(0, 299));
-  for (size_t i = 0; i < served.times.size(); ++i) {
-    ASSERT_EQ(CMTimeCompare(served.times[i], CMTimeMake(static_cast<int64_t>(2 * i) + 1, 60)), 0) << served.times[i];
+  for (const size_t underWay : {1, 2, 9}) {
+    setup.framesUnderWay = underWay;
+    log->frames = 0;
+    const ServedFrames served = serveAll(*server());
+    EXPECT_EQ(served.numbers, numbers(0, 299));
+    for (size_t i = 0; i < served.times.size(); ++i) {
+      ASSERT_EQ(CMTimeCompare(served.times[i], CMTimeMake(static_cast<int64_t>(2 * i) + 1, 60)), 0) << served.times[i];
+    }
+    EXPECT_EQ(log->frames, 299);
+    EXPECT_FALSE(served.error);
   }
-  EXPECT_EQ(log->frames, 299);
-  EXPECT_FALSE(served.error);
-}
-
-TEST_F(FrameServerTest, SamplesLastAFrameDurationAndShowTheAskedFormat) {
-  show({kCMTimeZero, seconds(10)}, {layer(addFilm())});
-  const auto sample = server()->next(nullptr);
-  ASSERT_TRUE(sample);
-  EXPECT_EQ(CMTimeCompare(CMSampleBufferGetDuration(sample), CMTimeMake(1, 30)), 0);
-  const auto buffer = CMSampleBufferGetImageBuffer(sample);
-  EXPECT_EQ(CVPixelBufferGetPixelFormatType(buffer), kCVPixelFormatType_32BGRA);
-  EXPECT_EQ(CVBufferGetAttachment(buffer, kCVImageBufferYCbCrMatrixKey), AVVideoYCbCrMatrix_ITU_R_709_2);
 }
 
 TEST_F(FrameServerTest, IsBlackInGapsAndOutsideInstructionsAndWithoutVisibleLayers) {
@@ -75,7 +69,9 @@ TEST_F(FrameServerTest, AnUnreadableFileEndsInAnErrorThatNamesIt) {
   const ServedFrames served = serveAll(*source);
   EXPECT_EQ(served.numbers, numbers(0, 3));
   ASSERT_TRUE(served.error);
-  EXPECT_NE(served.error->localizedDescription().find("broken.mp4"), std::string::npos) << *served.error;
+  EXPECT_TRUE(served.error->underlyingError());
+  for (const char* words : {"broken.mp4", "0.1", "no picture in there"})
+    EXPECT_NE(served.error->localizedDescription().find(words), std::string::npos) << *served.error;
   EXPECT_EQ(source->next(nullptr), nullptr);
 }
 
@@ -92,14 +88,6 @@ TEST_F(FrameServerTest, CancellingWakesAServerThatWaitsForADecoder) {
   source->cancel();
   EXPECT_TRUE(cameThrough(done));
   EXPECT_FALSE(error);
-}
-
-TEST_F(FrameServerTest, FramesDependOnNothingButTheComposition) {
-  show({kCMTimeZero, seconds(10)}, {layer(addFilm())});
-  for (const size_t underWay : {1, 2, 9}) {
-    setup.framesUnderWay = underWay;
-    EXPECT_EQ(serveAll(*server()).numbers, numbers(0, 30));
-  }
 }
 
 }  // namespace

