@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/Fixtures.h"
+#include "tests/support/SamplePictures.h"
 #include "vidloom/platform/ffmpeg/MovieWriter.h"
 
 namespace vidloom::testing {
@@ -29,5 +30,16 @@ class ErrorKeeper {
   std::string text() const { return error ? error->description() : "no error"; }
   std::optional<NSError> error;
 };
+
+/// Settings and pictures that make large files.
+inline MovieWriter::VideoSettings heavyVideo() {
+  MovieWriter::VideoSettings settings = smallVideo(640, 360);
+  settings.encoder.preset = "ultrafast";
+  settings.encoder.crf = 1;
+  return settings;
+}
+inline bool appendNoise(MovieWriter& writer, int frame, std::optional<NSError>* error) {
+  return writer.appendVideo(noisyPicture(static_cast<uint32_t>(frame), 640, 360), CMTimeMake(frame, 30), CMTimeMake(1, 30), error);
+}
 
 }  // namespace vidloom::testing

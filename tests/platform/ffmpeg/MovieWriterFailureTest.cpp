@@ -4,11 +4,10 @@
 
 #include <cerrno>
 #include <cmath>
+#include <functional>
 
 #include "tests/platform/ffmpeg/MovieMaker.h"
-#include "tests/support/SamplePictures.h"
 #include "vidloom/platform/avfoundation/AVError.h"
-#include "vidloom/platform/dispatch/dispatch.h"
 #include "vidloom/platform/ffmpeg/MovieWriter.h"
 
 namespace vidloom::testing {
@@ -16,34 +15,20 @@ namespace {
 
 using ::testing::HasSubstr;
 
-std::unique_ptr<MovieWriter> heavyWriter(const std::filesystem::path& destination) {
-  MovieWriter::VideoSettings settings = smallVideo(640, 360);
-  settings.encoder.preset = "ultrafast";
-  settings.encoder.crf = 1;
-  return MovieWriter::create(destination, settings, std::nullopt, nullptr);
-}
-
-bool appendNoise(MovieWriter& writer, int frame, std::optional<NSError>* error) {
-  return writer.appendVideo(noisyPicture(static_cast<uint32_t>(frame), 640, 360), CMTimeMake(frame, 30), CMTimeMake(1, 30), error);
-}
-
 TEST(MovieWriterFailureTest, AFullDiskIsAnErrorThatNamesFileAndCauseAndLeavesNothing) {
-  struct Row {
-    rlim_t bytes;
-    int frames;
-    bool whileAppending;  ///< whether it is met before the end
-  };
-  for (const Row& row : {Row{400'000, 8, false}, Row{0, 2, false}, Row{1'000'000, 200, true}, Row{6'000'000, 200, true}}) {
-    SCOPED_TRACE(row.bytes);
+  // Met before the end or only there.
+  for (const auto& [bytes, frames, whileAppending] :
+       {std::tuple{400'000, 8, false}, {0, 2, false}, {1'000'000, 200, true}, {6'000'000, 200, true}}) {
+    SCOPED_TRACE(bytes);
     const auto destination = freshDestination("limited.mp4");
     ErrorKeeper error;
     {
-      const FileSizeLimit limit(row.bytes);
-      const auto writer = heavyWriter(destination);
+      const FileSizeLimit limit(static_cast<rlim_t>(bytes));
+      const auto writer = MovieWriter::create(destination, heavyVideo(), std::nullopt, nullptr);
       ASSERT_TRUE(writer);
       bool appended = true;
-      for (int i = 0; appended && i < row.frames; ++i) appended = appendNoise(*writer, i, error.slot());
-      EXPECT_EQ(appended, !row.whileAppending);
+      for (int i = 0; appended && i < frames; ++i) appended = appendNoise(*writer, i, error.slot());
+      EXPECT_EQ(appended, !whileAppending);
       EXPECT_FALSE(appended && writer->finish(error.slot()));
     }
     ASSERT_TRUE(error.error && error.error->underlyingError());
@@ -55,37 +40,16 @@ TEST(MovieWriterFailureTest, AFullDiskIsAnErrorThatNamesFileAndCauseAndLeavesNot
   }
 }
 
-TEST(MovieWriterFailureTest, ACancelFromAnotherQueueEndsTheWritingAndLeavesNothing) {
-  for (int round = 0; round < 4; ++round) {
-    const auto destination = freshDestination();
-    auto writer = heavyWriter(destination);
-    ASSERT_TRUE(writer);
-    const auto queue = dispatch_queue_create("test.cancel", DISPATCH_QUEUE_SERIAL);
-    const auto group = dispatch_group_create();
-    ErrorKeeper error;
-    bool more = true;
-    for (int i = 0; more && i < 10'000; ++i) {
-      if (i == 10 * round) dispatch_group_async(group, queue, [&] { writer->cancel(); });
-      more = appendNoise(*writer, i, error.slot());
-    }
-    dispatch_group_wait(group, DISPATCH_TIME_FOREVER);
-    EXPECT_FALSE(more);
-    ASSERT_TRUE(error.error);
-    EXPECT_EQ(error.error->code(), AVErrorOperationCancelled) << error.text();
-    EXPECT_FALSE(writer->finish(error.slot()));
-    writer.reset();
-    EXPECT_EQ(filesBeside(destination), 0u);
-  }
-}
-
 TEST(MovieWriterFailureTest, EncoderSettingsThatCannotBeHonouredAreRefusedWithTheReason) {
-  std::vector<std::pair<std::string, MovieWriter::VideoSettings>> table(
-      {{"hasty", smallVideo()}, {"crf", smallVideo()}, {"crf", smallVideo()}, {"threads", smallVideo()}});
-  table[0].second.encoder.preset = "hasty";
-  table[1].second.encoder.crf = 52;
-  table[2].second.encoder.crf = NAN;
-  table[3].second.encoder.threads = -1;
-  for (const auto& [reason, settings] : table) {
+  const std::pair<const char*, std::function<void(VideoEncoderOptions&)>> rows[] = {
+      {"hasty", [](auto& encoder) { encoder.preset = "hasty"; }},
+      {"crf", [](auto& encoder) { encoder.crf = 52; }},
+      {"crf", [](auto& encoder) { encoder.crf = NAN; }},
+      {"threads", [](auto& encoder) { encoder.threads = -1; }},
+  };
+  for (const auto& [reason, spoil] : rows) {
+    MovieWriter::VideoSettings settings = smallVideo();
+    spoil(settings.encoder);
     ErrorKeeper error;
     const auto destination = freshDestination();
     EXPECT_FALSE(MovieWriter::create(destination, settings, std::nullopt, error.slot())) << reason;

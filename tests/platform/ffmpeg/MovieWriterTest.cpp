@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <functional>
 #include <numeric>
 
@@ -16,23 +15,20 @@
 namespace vidloom::testing {
 namespace {
 
+using ::testing::DoubleNear;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
 constexpr int sampleRate = 44100;
 
-CMTime frameTime(int64_t index, int rateNumerator, int rateDenominator = 1) {
-  return CMTimeMake(index * rateDenominator, rateNumerator);
+void append(MovieWriter& writer, int index, const CMTime& time, const CMTime& duration) {
+  ErrorKeeper error;
+  ASSERT_TRUE(writer.appendVideo(numberedPicture(index, movieWidth, movieHeight), time, duration, error.slot())) << error.text();
 }
 
 void appendNumbered(MovieWriter& writer, int count, int rateNumerator, int rateDenominator = 1, const CMTime& start = kCMTimeZero) {
-  ErrorKeeper error;
-  for (int i = 0; i < count; ++i) {
-    const CMTime time = CMTimeAdd(start, frameTime(i, rateNumerator, rateDenominator));
-    ASSERT_TRUE(writer.appendVideo(numberedPicture(i, movieWidth, movieHeight), time, frameTime(1, rateNumerator, rateDenominator),
-                                   error.slot()))
-        << error.text();
-  }
+  const CMTime duration = CMTimeMake(rateDenominator, rateNumerator);
+  for (int i = 0; i < count; ++i) append(writer, i, CMTimeAdd(start, CMTimeMultiply(duration, i)), duration);
 }
 
 /// In pieces of odd lengths.
@@ -67,30 +63,12 @@ std::vector<int> indicesUpTo(int count) {
   return indices;
 }
 
-/// By how many frames `heard` lags behind `played`, from -range to range.
-int64_t lagOf(const SoundSamples& heard, const SoundSamples& played, int64_t range) {
-  double best = -1;
-  int64_t bestLag = 0;
-  const auto frames = static_cast<int64_t>(std::min(heard.size(), played.size()) / 2);
-  for (int64_t lag = -range; lag <= range; ++lag) {
-    double sum = 0;
-    for (int64_t i = range; i < frames - range; ++i)
-      sum += heard[static_cast<size_t>(2 * (i + lag))] * played[static_cast<size_t>(2 * i)];
-    if (sum > best) best = sum, bestLag = lag;
-  }
-  return bestLag;
-}
-
 TEST(MovieWriterTest, EveryPictureIsThereAtItsTimeAndSoundIsAsLongAsAsked) {
-  struct Length {
-    int frames, numerator, denominator;
-  };
   for (const auto& [frames, numerator, denominator] :
-       {Length{1, 30, 1}, Length{2, 30, 1}, Length{3, 25, 1}, Length{30, 60, 1}, Length{30, 15, 1}, Length{299, 30, 1},
-        Length{2, 30000, 1001}, Length{48, 24000, 1001}, Length{1, 25, 1}}) {
+       {std::tuple{1, 30, 1}, {2, 30, 1}, {3, 25, 1}, {299, 30, 1}, {2, 30000, 1001}, {48, 24000, 1001}}) {
     SCOPED_TRACE(std::to_string(frames) + " at " + std::to_string(numerator));
     const auto destination = freshDestination();
-    const int64_t soundFrames = static_cast<int64_t>(frames) * denominator * sampleRate / numerator;
+    const int64_t soundFrames = int64_t{frames} * denominator * sampleRate / numerator;
     const auto writer = created(destination, true, true);
     appendNumbered(*writer, frames, numerator, denominator);
     appendSound(*writer, sine(440, soundFrames, sampleRate));
@@ -111,55 +89,47 @@ TEST(MovieWriterTest, EveryPictureIsThereAtItsTimeAndSoundIsAsLongAsAsked) {
   }
 }
 
-TEST(MovieWriterTest, PicturesKeepTimesThatFollowNoRateAndTheLastItsOwnDuration) {
-  const std::vector<CMTime> times{CMTimeMake(0, 1),     CMTimeMake(1, 30), CMTimeMake(1, 24), CMTimeMake(3, 10),
-                                  CMTimeMake(401, 600), CMTimeMake(7, 10), CMTimeMake(2, 1),  CMTimeMake(2002001, 1000000)};
-  const auto destination = freshDestination();
-  const auto writer = created(destination, true, false);
-  ErrorKeeper error;
-  for (size_t i = 0; i < times.size(); ++i) {
-    ASSERT_TRUE(writer->appendVideo(numberedPicture(static_cast<int>(i), movieWidth, movieHeight), times[i], CMTimeMake(1, 8),
-                                    error.slot()))
-        << error.text();
-  }
-  finished(*writer, destination);
-  std::vector<double> expected;
-  for (const CMTime& time : times) expected.push_back(CMTimeGetSeconds(time));
-  const MovieProbe probe(destination);
-  EXPECT_THAT(probe.times("v:0"), ::testing::Pointwise(::testing::DoubleNear(1e-9), expected));
-  EXPECT_DOUBLE_EQ(static_cast<double>(probe.number("v:0", "duration_ts")) / static_cast<double>(probe.timescale("v:0")),
-                   2.002001 + 0.125);
-  EXPECT_THAT(decodedFrameIndices(destination), ElementsAreArray(indicesUpTo(static_cast<int>(times.size()))));
+/// Five pictures, and four more that long after them.
+std::vector<CMTime> heldTimes(const CMTime& fine, int64_t heldSeconds) {
+  std::vector<CMTime> times;
+  for (int i = 0; i < 9; ++i) times.push_back(CMTimeAdd(CMTimeMultiply(fine, i), CMTimeMake(i < 5 ? 0 : heldSeconds, 1)));
+  return times;
 }
 
-TEST(MovieWriterTest, PicturesThatAreHeldLongKeepTheirPlacesBetweenFineTimes) {
-  struct Row {
-    CMTime fine;  ///< between the first pictures and between the last
-    int64_t heldSeconds;
+TEST(MovieWriterTest, PicturesKeepTimesThatFollowNoRateAndTheLastItsOwnDuration) {
+  const CMTime fine = CMTimeMake(1, 10'000'000);
+  const struct {
+    std::vector<CMTime> times;
+    CMTime duration;
     double tolerance;
+  } rows[] = {
+      {{CMTimeMake(0, 1), CMTimeMake(1, 30), CMTimeMake(1, 24), CMTimeMake(3, 10), CMTimeMake(401, 600), CMTimeMake(7, 10),
+        CMTimeMake(2, 1), CMTimeMake(2002001, 1000000)},
+       CMTimeMake(1, 8),
+       1e-9},
+      {heldTimes(CMTimeMake(1, 30), 100'000), CMTimeMake(1, 30), 1e-9},
+      {heldTimes(CMTimeMake(1001, 30000), 8000), CMTimeMake(1001, 30000), 1e-9},
+      {heldTimes(fine, 20), fine, 1e-9},
+      {heldTimes(fine, 430), fine, 1e-4},
+      {heldTimes(fine, 100'000), fine, 1e-2},
   };
-  const std::vector<Row> table{{CMTimeMake(1, 30), 100'000, 0},
-                               {CMTimeMake(1001, 30000), 8000, 0},
-                               {CMTimeMake(1, 10'000'000), 20, 0},
-                               {CMTimeMake(1, 10'000'000), 430, 1e-4},
-                               {CMTimeMake(1, 10'000'000), 100'000, 1e-2}};
-  for (const Row& row : table) {
+  for (const auto& [given, duration, tolerance] : rows) {
+    SCOPED_TRACE(CMTimeGetSeconds(given.back()));
     const auto destination = freshDestination();
     const auto writer = created(destination, true, false);
-    ErrorKeeper error;
     std::vector<double> expected;
-    for (int i = 0; i < 9; ++i) {
-      const CMTime steps = CMTimeMultiply(row.fine, i);
-      const CMTime time = i < 5 ? steps : CMTimeAdd(steps, CMTimeMake(row.heldSeconds, 1));
+    for (const CMTime& time : given) {
+      append(*writer, static_cast<int>(expected.size()), time, duration);
       expected.push_back(CMTimeGetSeconds(time));
-      ASSERT_TRUE(writer->appendVideo(numberedPicture(i, movieWidth, movieHeight), time, row.fine, error.slot())) << error.text();
     }
     finished(*writer, destination);
     const MovieProbe probe(destination);
     const std::vector<double> times = probe.times("v:0");
-    EXPECT_THAT(times, ::testing::Pointwise(::testing::DoubleNear(row.tolerance + 1e-9), expected)) << row.heldSeconds;
-    EXPECT_EQ(std::adjacent_find(times.begin(), times.end(), std::greater_equal<>()), times.end()) << row.heldSeconds;
-    EXPECT_THAT(decodedFrameIndices(destination), ElementsAreArray(indicesUpTo(9)));
+    EXPECT_THAT(times, ::testing::Pointwise(::testing::DoubleNear(tolerance), expected));
+    EXPECT_EQ(std::adjacent_find(times.begin(), times.end(), std::greater_equal<>()), times.end());
+    const double length = static_cast<double>(probe.number("v:0", "duration_ts")) / static_cast<double>(probe.timescale("v:0"));
+    EXPECT_NEAR(length, expected.back() + CMTimeGetSeconds(duration), tolerance);
+    EXPECT_THAT(decodedFrameIndices(destination), ElementsAreArray(indicesUpTo(static_cast<int>(given.size()))));
   }
 }
 
@@ -181,11 +151,12 @@ TEST(MovieWriterTest, SoundStartsExactlyAtZeroAfterDecoding) {
   const auto writer = created(destination, false, true);
   const SoundSamples played = noise(30000, 7);
   appendSound(*writer, played);
-  finished(*writer, destination);
-  const SoundSamples heard = decodedSound(destination);
-  EXPECT_EQ(lagOf(heard, played, 40), 0);
-  EXPECT_GE(heard.size() / 2, 30000u);
-  EXPECT_LT(heard.size() / 2, 30000u + 1024u);
+  const SoundSamples heard = decodedSound(finished(*writer, destination));
+  ASSERT_GE(heard.size(), played.size());
+  std::vector<double> likeness;  // for every lag from -40 to 40 frames
+  for (int lag = -80; lag <= 80; lag += 2)
+    likeness.push_back(std::inner_product(played.begin() + 80, played.end() - 80, heard.begin() + 80 + lag, 0.0));
+  EXPECT_EQ(std::max_element(likeness.begin(), likeness.end()) - likeness.begin(), 40);
 }
 
 TEST(MovieWriterTest, GapsInTheSoundBecomeSilenceAndOverlapsAreCut) {
@@ -197,31 +168,27 @@ TEST(MovieWriterTest, GapsInTheSoundBecomeSilenceAndOverlapsAreCut) {
   finished(*writer, destination);
   EXPECT_EQ(MovieProbe(destination).number("a:0", "duration_ts"), 35000);
   const auto starts = burstStarts(decodedSound(destination), sampleRate);
-  ASSERT_EQ(starts.size(), 3u);
-  const std::vector<int64_t> expected{4000, 23000, 31000};
-  for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(static_cast<double>(starts[i]), static_cast<double>(expected[i]), 30);
+  EXPECT_THAT(std::vector<double>(starts.begin(), starts.end()),
+              ElementsAre(DoubleNear(4000, 30), DoubleNear(23000, 30), DoubleNear(31000, 30)));
 }
 
 TEST(MovieWriterTest, AllPicturesBeforeAnySoundComeOutInterleaved) {
   const auto destination = freshDestination();
   const auto writer = created(destination, true, true);
-  ErrorKeeper error;
   appendNumbered(*writer, 240, 30);
-  EXPECT_TRUE(writer->endVideo(error.slot())) << error.text();
-  EXPECT_TRUE(writer->endVideo(error.slot())) << "a second time is harmless";
+  EXPECT_TRUE(writer->endVideo(nullptr));
+  EXPECT_TRUE(writer->endVideo(nullptr)) << "a second time is harmless";
   appendSound(*writer, sine(300, 8 * sampleRate, sampleRate));
   finished(*writer, destination);
   const MovieProbe probe(destination);
-  std::vector<std::pair<int64_t, double>> places;
+  std::map<int64_t, double> secondsAt;
   for (const std::string stream : {"v:0", "a:0"}) {
     const auto scale = static_cast<double>(probe.timescale(stream));
-    for (const ProbedPacket& packet : probe.packets(stream)) {
-      places.emplace_back(packet.position, static_cast<double>(packet.decode) / scale);
-    }
+    for (const ProbedPacket& packet : probe.packets(stream))
+      secondsAt[packet.position] = static_cast<double>(packet.decode) / scale;
   }
-  std::sort(places.begin(), places.end());
   double latest = 0;
-  for (const auto& [position, seconds] : places) {
+  for (const auto& [position, seconds] : secondsAt) {
     EXPECT_GT(seconds, latest - 1.01) << "at byte " << position;
     latest = std::max(latest, seconds);
   }
@@ -229,20 +196,12 @@ TEST(MovieWriterTest, AllPicturesBeforeAnySoundComeOutInterleaved) {
 
 TEST(MovieWriterTest, MoviesThatDoNotFitInMemoryComeOutWhole) {
   const auto destination = freshDestination();
-  ErrorKeeper error;
-  MovieWriter::VideoSettings settings = smallVideo(640, 360);
-  settings.encoder.preset = "ultrafast";
-  settings.encoder.crf = 2;
-  const auto writer = MovieWriter::create(destination, settings, MovieWriter::AudioSettings{}, error.slot());
-  for (int i = 0; i < 60; ++i) {
-    ASSERT_TRUE(
-        writer->appendVideo(noisyPicture(static_cast<uint32_t>(i), 640, 360), frameTime(i, 30), frameTime(1, 30), error.slot()));
-  }
+  const auto writer = MovieWriter::create(destination, heavyVideo(), MovieWriter::AudioSettings{}, nullptr);
+  for (int i = 0; i < 60; ++i) ASSERT_TRUE(appendNoise(*writer, i, nullptr));
   appendSound(*writer, noise(2 * sampleRate, 3));
   finished(*writer, destination);
   EXPECT_GT(std::filesystem::file_size(destination), 10u << 20);
-  std::string decoded;
-  EXPECT_EQ(runProgram({"ffmpeg", "-v", "error", "-xerror", "-i", destination.string(), "-f", "framecrc", "-"}, &decoded), 0);
+  EXPECT_EQ(runProgram({"ffmpeg", "-v", "error", "-xerror", "-i", destination.string(), "-f", "null", "-"}), 0);
   EXPECT_EQ(MovieProbe(destination).packets("v:0").size(), 60u);
   EXPECT_EQ(filesBeside(destination), 1u);
 }
@@ -274,12 +233,10 @@ TEST(MovieWriterTest, AnEarlierFileIsReplacedOnlyWhenTheMovieIsCompleteAlsoUnder
 }
 
 TEST(MovieWriterTest, ThePictureIsLetGoWhenItIsEncoded) {
-  const auto destination = freshDestination();
-  const auto writer = created(destination, true, false);
-  ErrorKeeper error;
+  const auto writer = created(freshDestination(), true, false);
   for (int i = 0; i < 40; ++i) {
     const PictureRef picture = numberedPicture(i, movieWidth, movieHeight);
-    ASSERT_TRUE(writer->appendVideo(picture, frameTime(i, 30), frameTime(1, 30), error.slot()));
+    ASSERT_TRUE(writer->appendVideo(picture, CMTimeMake(i, 30), CMTimeMake(1, 30), nullptr));
     EXPECT_EQ(picture.use_count(), 1);
   }
 }

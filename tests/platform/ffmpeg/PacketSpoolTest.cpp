@@ -33,11 +33,7 @@ TEST(PacketSpoolTest, GivesBackWhatWentInWhereverItLies) {
 
 TEST(PacketSpoolTest, WhatWasNotDiscardedStaysReadable) {
   PacketSpool spool(scratchFolder(), 1 << 20);
-  std::vector<uint8_t> block(1 << 20);
-  for (int i = 0; i < 20; ++i) {
-    std::fill(block.begin(), block.end(), static_cast<uint8_t>(i));
-    ASSERT_EQ(spool.append(block), 0);
-  }
+  for (int i = 0; i < 20; ++i) ASSERT_EQ(spool.append(std::vector<uint8_t>(1 << 20, static_cast<uint8_t>(i))), 0);
   const uint64_t kept = (uint64_t{11} << 20) + 5;
   spool.discardBefore(kept);
   std::vector<uint8_t> tail(static_cast<size_t>(spool.size() - kept));
@@ -48,9 +44,8 @@ TEST(PacketSpoolTest, WhatWasNotDiscardedStaysReadable) {
 
 TEST(PacketSpoolTest, NeedsTheFolderOnlyWhenMemoryIsFull) {
   PacketSpool spool(scratchFolder() / "missing", 1000);
-  const std::vector<uint8_t> packet(600);
-  EXPECT_EQ(spool.append(packet), 0);
-  EXPECT_EQ(spool.append(packet), ENOENT);
+  EXPECT_EQ(spool.append(std::vector<uint8_t>(600)), 0);
+  EXPECT_EQ(spool.append(std::vector<uint8_t>(600)), ENOENT);
 }
 
 }  // namespace
