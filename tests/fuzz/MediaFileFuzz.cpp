@@ -4,7 +4,6 @@
 #include "tests/fuzz/MemoryFile.h"
 #include "vidloom/platform/ffmpeg/AudioDecoder.h"
 #include "vidloom/platform/ffmpeg/VideoDecoder.h"
-#include "vidloom/platform/foundation/NSLog.h"
 
 namespace vidloom {
 namespace {
@@ -30,13 +29,8 @@ void readTrack(const std::shared_ptr<const MediaFile>& file, int index) {
 }  // namespace vidloom
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  static const bool isQuiet = (vidloom::NSLogSetSink([](const std::string&) {}), true);
-  (void)isQuiet;
   const vidloom::MemoryFile memory(bytes, size);
-  vidloom::MediaLimits limits;
-  limits.maxPixels = 1 << 20;
-  limits.maxSamplesPerTrack = 10000;
-  const auto file = vidloom::MediaFile::open(memory.path(), limits, nullptr);
+  const auto file = vidloom::MediaFile::open(memory.path(), vidloom::fuzzingLimits(), nullptr);
   if (!file) return 0;
   for (size_t i = 0; i < file->tracks().size(); ++i) vidloom::readTrack(file, static_cast<int>(i));
   return 0;

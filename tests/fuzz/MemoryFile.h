@@ -8,6 +8,9 @@
 #include <filesystem>
 #include <string>
 
+#include "vidloom/platform/ffmpeg/MediaFile.h"
+#include "vidloom/platform/foundation/NSLog.h"
+
 namespace vidloom {
 
 class MemoryFile {
@@ -27,5 +30,11 @@ class MemoryFile {
  private:
   int descriptor_;
 };
+
+/// Keeps the log quiet, and pictures and tables small.
+inline MediaLimits fuzzingLimits() {
+  NSLogSetSink([](const std::string&) {});
+  return {.maxPixels = 1 << 20, .maxSamplesPerTrack = 10000};
+}
 
 }  // namespace vidloom
