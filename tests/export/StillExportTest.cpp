@@ -3,8 +3,8 @@
 
 #include <cstring>
 
+#include "hostkit/TextTrack.h"
 #include "tests/export/ExportHost.h"
-#include "vidloom/timeline/LUMAVTextAttributeTrack.h"
 #include "vidloom/timeline/LUMCVPixelBufferTrack.h"
 
 namespace vidloom {
@@ -12,26 +12,12 @@ namespace {
 
 constexpr int kNothing = 7;  ///< what the host draws where there is no track
 
-class Title : public LUMAVTextAttributeTrack {
- public:
-  static std::shared_ptr<Title> at(uint64_t id, const CMTime& start, const CMTime& duration) {
-    struct Concrete : Title {};
-    auto title = std::make_shared<Concrete>();
-    title->prepareWithId(id);
-    title->setStart(start);
-    title->updateAssetDuration(duration);
-    return title;
-  }
-  bool isContentStatic() const override { return true; }
-
- protected:
-  Title() = default;
-};
-
 std::shared_ptr<LUMTrack> still(uint64_t id, const CMTime& start, const CMTime& duration) {
-  CVPixelBufferRef buffer;
-  CVPixelBufferCreate(64, 36, kCVPixelFormatType_32BGRA, {}, &buffer);
-  return LUMCVPixelBufferTrack::initWithCVPixelBuffer(buffer, id, {start, duration});
+  return LUMCVPixelBufferTrack::initWithCVPixelBuffer(nullptr, id, {start, duration});
+}
+std::shared_ptr<LUMTrack> title(const CMTime& start, const CMTime& duration) {
+  std::string problem;
+  return TextTrack::initWithText("Title", {}, 500, {start, duration}, problem);
 }
 
 CMTime seconds(int64_t value, int32_t timescale = 1) { return CMTimeMake(value, timescale); }
@@ -71,20 +57,15 @@ class LastTrackDrawer : public LUMAVAsyncDrawDelegate {
 
 std::vector<int> exported(const std::vector<std::shared_ptr<LUMTrack>>& tracks, uint64_t fps, bool native) {
   const auto composition = LUMComposition::initWithSize({320, 180}, fps);
-  const auto instruction = LUMInstruction::initWithId(1);
-  instruction->addTracks(tracks);
-  composition->addInstructions({instruction});
-  OutputFolder folder;
-  const auto render = LUMRender::initWithComposition(composition, folder.movie());
+  composition->addInstructions({LUMInstruction::initWithId(1)});
+  composition->addTracks(tracks, 1);
+  Export movie(composition);
   const auto drawer = std::make_shared<LastTrackDrawer>(tracks);
-  render->setUseNativeComposition(native);
-  render->setAsyncDelegate(drawer);
-  Host host(render);
-  render->generate();
-  EXPECT_EQ(render->setUpError(), std::nullopt);
-  EXPECT_TRUE(host.waitForEnd());
-  EXPECT_EQ(host.writerStatus, AVAssetWriterStatusCompleted);
-  return testing::decodedFrameIndices(folder.movie());
+  movie.render->setUseNativeComposition(native);
+  movie.render->setAsyncDelegate(drawer);
+  movie.run();
+  EXPECT_EQ(movie.host.writerStatus, AVAssetWriterStatusCompleted);
+  return testing::decodedFrameIndices(movie.movie());
 }
 
 std::vector<int> frames(const std::vector<std::pair<int, size_t>>& runs) {
@@ -94,39 +75,34 @@ std::vector<int> frames(const std::vector<std::pair<int, size_t>>& runs) {
 }
 
 TEST(ExportOfStills, ShowsEachFromItsStartToTheFrameBeforeItsEnd) {
+  auto mediaAndTitle = indices(0, 30);
+  mediaAndTitle.resize(150, 500);
   const struct {
     const char* what;
     std::vector<std::shared_ptr<LUMTrack>> tracks;
     uint64_t fps;
     std::vector<int> shown;
   } rows[] = {
-      {"a title alone, longer than the blank clip", {Title::at(500, kCMTimeZero, seconds(5, 2))}, 30, frames({{500, 75}})},
-      {"a still alone, shorter", {still(501, kCMTimeZero, seconds(1))}, 25, frames({{501, 25}})},
+      {"a title over media that ends before it",
+       {LUMAVAssetTrack::initWithAVAsset(clip(60), 10), title(seconds(1), seconds(4))},
+       30,
+       mediaAndTitle},
+      {"a title alone, longer than the blank clip", {title(kCMTimeZero, seconds(5, 2))}, 30, frames({{500, 75}})},
+      {"one after the other",
+       {still(501, kCMTimeZero, seconds(1)), still(502, seconds(1), seconds(3))},
+       25,
+       frames({{501, 25}, {502, 75}})},
       {"for one frame", {still(501, kCMTimeZero, seconds(1, 60))}, 60, frames({{501, 1}})},
       {"to a time between frames", {still(501, kCMTimeZero, seconds(101, 100))}, 30, frames({{501, 31}})},
       {"from and to times between frames",
        {still(501, seconds(51, 100), seconds(1)), still(502, seconds(2), seconds(1, 3))},
        15,
        frames({{kNothing, 8}, {501, 15}, {kNothing, 7}, {502, 5}})},
-      {"one after the other",
-       {still(501, kCMTimeZero, seconds(1)), still(502, seconds(1), seconds(3))},
-       15,
-       frames({{501, 15}, {502, 45}})},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(exported(row.tracks, row.fps, false), row.shown) << row.what;
     EXPECT_EQ(exported(row.tracks, row.fps, true).size(), row.shown.size()) << row.what << ", native";
   }
-}
-
-TEST(ExportOfStills, ATitleGoesOnWhereTheMediaHasEnded) {
-  const auto media = LUMAVAssetTrack::initWithAVAsset(clip(60), 10);
-  auto shown = indices(0, 30);
-  shown.resize(150, 500);
-  EXPECT_EQ(exported({media, Title::at(500, seconds(1), seconds(4))}, 30, false), shown);
-  const auto native = exported({media, Title::at(500, seconds(1), seconds(4))}, 30, true);
-  EXPECT_EQ(native.size(), 150u);
-  EXPECT_EQ(std::vector<int>(native.begin(), native.begin() + 60), indices(0, 60));
 }
 
 }  // namespace
