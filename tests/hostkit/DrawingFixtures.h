@@ -3,9 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
+#include <future>
 #include <map>
-#include <mutex>
 
 #include "vidloom/compositing/LUMAVRoutePipeline.h"
 #include "vidloom/platform/avfoundation/AVVideoCompositing.h"
@@ -107,34 +106,20 @@ class HandRequest : public AVAsynchronousVideoCompositionRequest {
     const auto found = sources_.find(trackID);
     return found == sources_.end() ? nullptr : found->second;
   }
-  void finishWithComposedVideoFrame(const CVPixelBufferRef& composedVideoFrame) override { finish(composedVideoFrame); }
+  void finishWithComposedVideoFrame(const CVPixelBufferRef& composedVideoFrame) override { frame_.set_value(composedVideoFrame); }
   void finishWithError(const NSError& error) override {
     ADD_FAILURE() << error.localizedDescription();
-    finish(nullptr);
+    frame_.set_value(nullptr);
   }
-  void finishCancelledRequest() override { finish(nullptr); }
+  void finishCancelledRequest() override { frame_.set_value(nullptr); }
 
-  CVPixelBufferRef wait() {
-    std::unique_lock lock(mutex_);
-    finished_.wait(lock, [this] { return isFinished_; });
-    return frame_;
-  }
+  CVPixelBufferRef wait() { return frame_.get_future().get(); }
 
  private:
-  void finish(const CVPixelBufferRef& frame) {
-    const std::lock_guard lock(mutex_);
-    frame_ = frame;
-    isFinished_ = true;
-    finished_.notify_all();
-  }
-
   const std::shared_ptr<const AVVideoCompositionRenderContext> context_;
   const CMTime time_;
   const std::map<CMPersistentTrackID, CVPixelBufferRef> sources_;
-  std::mutex mutex_;
-  std::condition_variable finished_;
-  bool isFinished_ = false;
-  CVPixelBufferRef frame_;
+  std::promise<CVPixelBufferRef> frame_;
 };
 
 /// Every track lies on the composition track of its own id.

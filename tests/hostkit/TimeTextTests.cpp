@@ -15,27 +15,19 @@ TEST(TimeText, ReadsExactTextsAndRefusesEverythingElse) {
   };
   const Row rows[] = {
       {"0", "0", ""},
-      {"7", "7", ""},
-      {"1/2", "1/2", ""},
       {"4/6", "2/3", ""},
       {"30030/1001", "30", ""},
-      {"1001/30000", "1001/30000", ""},
       {"5/2147483647", "5/2147483647", ""},
       {"999999999", "999999999", ""},
       {"1000000000", "", "too long"},
       {"9223372036854775808", "", "too long"},
-      {"9223372036854775807/2147483647", "", "too long"},
       {"1/2147483648", "", "between 1 and 2147483647"},
       {"1/0", "", "between 1 and 2147483647"},
       {"-1/2", "", "negative"},
-      {"-3", "", "negative"},
       {"1/-2", "", "no time"},
       {"0.5", "", "no time"},
       {"1 / 2", "", "no time"},
-      {"1/2/3", "", "no time"},
       {"", "", "no time"},
-      {"/", "", "no time"},
-      {"one", "", "no time"},
   };
   for (const Row& row : rows) {
     std::string problem;
@@ -47,14 +39,8 @@ TEST(TimeText, ReadsExactTextsAndRefusesEverythingElse) {
 }
 
 TEST(TimeText, RoundsSecondsToTheNearestMicrosecondAndReducesThem) {
-  struct Row {
-    double seconds;
-    std::string time;
-  };
-  const Row rows[] = {
-      {0, "0"},
+  const std::pair<double, std::string> rows[] = {
       {0.5, "1/2"},
-      {2.25, "9/4"},
       {1.0 / 3, "333333/1000000"},
       {2.0 / 3, "666667/1000000"},
       {0.0000004, "0"},
@@ -62,16 +48,15 @@ TEST(TimeText, RoundsSecondsToTheNearestMicrosecondAndReducesThem) {
       {123456789.000001, "123456789000001/1000000"},
       {1e9, "1000000000"},
       {1.1e9, ""},
-      {-0.001, ""},
       {-1e-9, ""},
       {std::nan(""), ""},
       {HUGE_VAL, ""},
   };
-  for (const Row& row : rows) {
+  for (const auto& [seconds, text] : rows) {
     std::string problem;
-    const auto time = timeFromSeconds(row.seconds, problem);
-    EXPECT_EQ(time ? exactTextFromTime(*time) : "", row.time) << row.seconds;
-    EXPECT_EQ(problem.empty(), time.has_value()) << row.seconds;
+    const auto time = timeFromSeconds(seconds, problem);
+    EXPECT_EQ(time ? exactTextFromTime(*time) : "", text) << seconds;
+    EXPECT_EQ(problem.empty(), time.has_value()) << seconds;
   }
 }
 

