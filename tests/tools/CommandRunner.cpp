@@ -9,9 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace vidloom::testing {
@@ -49,9 +48,10 @@ bool take(int& descriptor, std::string& text) {
 
 }  // namespace
 
-RunningCommand::RunningCommand(const std::vector<std::string>& arguments, const fs::path& folder, uint64_t fileSizeLimit) {
+RunningCommand::RunningCommand(const std::string& arguments, const fs::path& folder, uint64_t fileSizeLimit) {
   std::vector<std::string> owned{VIDLOOM_COMMAND};
-  owned.insert(owned.end(), arguments.begin(), arguments.end());
+  std::istringstream stream(arguments);
+  for (std::string word; stream >> word;) owned.push_back(word);
   std::vector<char*> words;
   for (std::string& word : owned) words.push_back(word.data());
   words.push_back(nullptr);
@@ -82,15 +82,8 @@ bool RunningCommand::readMore() {
   return true;
 }
 
-bool RunningCommand::waitForError(const std::string& text) {
-  while (result_.err.find(text) == std::string::npos) {
-    if (!readMore()) return false;
-  }
-  return true;
-}
-
-bool RunningCommand::waitForOutput() {
-  while (result_.out.empty()) {
+bool RunningCommand::waitFor(const std::string& text) {
+  while (result_.out.find(text) == std::string::npos && result_.err.find(text) == std::string::npos) {
     if (!readMore()) return false;
   }
   return true;
@@ -108,30 +101,27 @@ CommandResult RunningCommand::wait() {
   return result_;
 }
 
-CommandResult runCommand(const std::vector<std::string>& arguments, const fs::path& folder, uint64_t fileSizeLimit) {
-  return RunningCommand(arguments, folder, fileSizeLimit).wait();
+void CommandTest::expectRefusals(const std::vector<Refusal>& refusals) const {
+  const auto before = names();
+  for (const auto& [arguments, exitCode, words] : refusals) {
+    SCOPED_TRACE(arguments);
+    const CommandResult result = run(arguments);
+    EXPECT_EQ(result.exitCode, exitCode) << result.err;
+    for (const std::string& word : words) EXPECT_NE(result.err.find(word), std::string::npos) << word << " in " << result.err;
+    EXPECT_EQ(result.out, "");
+  }
+  EXPECT_EQ(names(), before);
 }
 
-TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (fs::temp_directory_path() / "vidloom-command-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
-  path_ = pattern;
+void CommandTest::write(const std::string& name, const std::string& text) const { std::ofstream(at(name)) << text; }
+
+void CommandTest::writeProject(const std::string& name, const std::string& tracks, const std::string& size) const {
+  write(name, R"({"vidloom":1,"renderSize":[)" + size + R"(],"fps":30,"instructions":[{"id":1,"tracks":[)" + tracks + "]}]}");
 }
 
-TemporaryFolder::~TemporaryFolder() { fs::remove_all(path_); }
-
-void TemporaryFolder::write(const std::string& name, const std::string& text) const { std::ofstream(path_ / name) << text; }
-
-std::string TemporaryFolder::read(const std::string& name) const {
-  std::ifstream stream(path_ / name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-void TemporaryFolder::put(const fs::path& file, const std::string& name) const { fs::copy_file(file, path_ / name); }
-
-std::vector<std::string> TemporaryFolder::names() const {
+std::vector<std::string> CommandTest::names() const {
   std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(path_)) names.push_back(entry.path().filename().string());
+  for (const auto& entry : fs::directory_iterator(folder_)) names.push_back(entry.path().filename().string());
   std::sort(names.begin(), names.end());
   return names;
 }

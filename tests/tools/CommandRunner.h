@@ -1,10 +1,13 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include "tests/support/Fixtures.h"
 
 namespace vidloom::testing {
 
@@ -14,19 +17,17 @@ struct CommandResult {
   std::string err;
 };
 
-/// The built command with arguments, run in a folder.
+/// The built command with arguments (parted by spaces), run in a folder.
 class RunningCommand {
  public:
   /// `fileSizeLimit` in bytes; 0: none.
-  RunningCommand(const std::vector<std::string>& arguments, const std::filesystem::path& folder, uint64_t fileSizeLimit = 0);
+  RunningCommand(const std::string& arguments, const std::filesystem::path& folder, uint64_t fileSizeLimit = 0);
   ~RunningCommand();
   RunningCommand(const RunningCommand&) = delete;
   RunningCommand& operator=(const RunningCommand&) = delete;
 
-  /// Waits until standard error contains that text; false where the command ended before.
-  bool waitForError(const std::string& text);
-  /// Waits for the first data on standard output; false where the command ended without.
-  bool waitForOutput();
+  /// Waits until its outputs contain that text; false where the command ended before.
+  bool waitFor(const std::string& text);
   void signal(int number) const;
   CommandResult wait();
 
@@ -38,27 +39,30 @@ class RunningCommand {
   CommandResult result_;
 };
 
-CommandResult runCommand(const std::vector<std::string>& arguments, const std::filesystem::path& folder,
-                         uint64_t fileSizeLimit = 0);
+/// Commands in a folder of their own.
+class CommandTest : public ::testing::Test {
+ protected:
+  /// Arguments that the command does not take, its exit code, and what it says.
+  struct Refusal {
+    std::string arguments;
+    int exitCode;
+    std::vector<std::string> words;
+  };
+  CommandResult run(const std::string& arguments, uint64_t fileSizeLimit = 0) const {
+    return RunningCommand(arguments, folder_, fileSizeLimit).wait();
+  }
+  /// Nothing is left behind and nothing goes to standard output.
+  void expectRefusals(const std::vector<Refusal>& refusals) const;
 
-/// A folder that goes with the object.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path at(const std::string& name) const { return folder_ / name; }
+  std::string read(const std::string& name) const { return readFile(at(name)); }
   void write(const std::string& name, const std::string& text) const;
-  std::string read(const std::string& name) const;
-  /// A hard link or copy of a file, under that name.
-  void put(const std::filesystem::path& file, const std::string& name) const;
-  /// Everything in it, sorted.
+  /// A project at 30 fps with one instruction that has these tracks.
+  void writeProject(const std::string& name, const std::string& tracks, const std::string& size = "320,180") const;
+  /// Everything in the folder, sorted.
   std::vector<std::string> names() const;
 
- private:
-  std::filesystem::path path_;
+  const std::filesystem::path folder_ = freshDestination().parent_path();
 };
 
 }  // namespace vidloom::testing
