@@ -32,62 +32,26 @@ std::vector<double> levelsByLibm(const std::vector<int16_t>& samples, size_t sam
 
 std::vector<int16_t> randomSound(size_t count, uint32_t seed) {
   std::mt19937 random(seed);
-  std::uniform_int_distribution<int> exponent(0, 15), any(-32768, 32767);
   std::vector<int16_t> samples(count);
-  int shift = 0;
-  for (size_t i = 0; i < count; ++i) {
-    if (i % 50 == 0) shift = exponent(random);
-    samples[i] = static_cast<int16_t>(any(random) / (1 << shift));
-  }
+  for (size_t i = 0; i < count; ++i) samples[i] = static_cast<int16_t>(static_cast<int16_t>(random()) / (1 << i / 50 % 16));
   return samples;
-}
-
-TEST(WaveformLevels, OfConstantSamplesFollowFromTheirDecibels) {
-  const std::vector<std::pair<int, double>> table = {{-32768, 0},
-                                                     {32767, 0},
-                                                     {16384, 0.120407},
-                                                     {-10000, 0.206175},
-                                                     {3277, 0.399984},
-                                                     {1000, 0.606175},
-                                                     {328, 0.799825},
-                                                     {104, 0.999361},
-                                                     {103, 1},
-                                                     {1, 1},
-                                                     {0, 1}};
-  for (const size_t length : {1, 5, 1000}) {
-    std::vector<int16_t> samples;
-    for (const auto& [sample, level] : table) samples.insert(samples.end(), length, static_cast<int16_t>(sample));
-    const Waveform waveform = waveformOf(writeWav("constant.wav", 44100, 1, samples), static_cast<int64_t>(table.size()));
-    ASSERT_EQ(waveform.values.size(), table.size());
-    for (size_t i = 0; i < table.size(); ++i) {
-      EXPECT_NEAR(waveform.values[i], table[i].second, 1e-6) << table[i].first;
-      const bool isEnd = table[i].second == 0 || table[i].second == 1;
-      if (isEnd) {
-        EXPECT_EQ(waveform.values[i], table[i].second) << table[i].first;
-      }
-    }
-  }
-}
-
-TEST(WaveformLevels, AreMeansOfDecibelsNotOfAmplitudes) {
-  std::vector<int16_t> samples(2000);
-  for (size_t i = 0; i < samples.size(); i += 2) samples[i] = i % 4 == 0 ? 32767 : -32768;
-  const Waveform waveform = waveformOf(writeWav("half.wav", 8000, 2, samples), 2);
-  ASSERT_EQ(waveform.values.size(), 2U);
-  EXPECT_NEAR(waveform.values[0], 0.5, 1e-6);
 }
 
 TEST(WaveformLevels, AreThoseOfThePlainFormWhateverTheirLength) {
   const std::vector<int16_t> samples = randomSound(90'000, 7);
   for (const int channels : {1, 2, 3}) {
     const auto file = writeWav("random.wav", 48000, channels, samples);
-    for (const int64_t count : {1, 7, 100, 1000, 5625, 6000, 45000, 80000}) {
+    for (const int64_t count : {1, 7, 1000, 5625, 45000, 80000}) {
       const Waveform waveform = waveformOf(file, count);
       EXPECT_EQ(waveform.samplesPerValue, std::max<int64_t>(1, 90'000 / count));
       const std::vector<double> expected = levelsByLibm(samples, static_cast<size_t>(waveform.samplesPerValue));
       ASSERT_EQ(waveform.values.size(), expected.size()) << count;
       double worst = 0;
-      for (size_t i = 0; i < expected.size(); ++i) worst = std::max(worst, std::abs(expected[i] - waveform.values[i]));
+      for (size_t i = 0; i < expected.size(); ++i) {
+        worst = std::max(worst, std::abs(expected[i] - waveform.values[i]));
+        const bool isEnd = expected[i] == 0 || expected[i] == 1;
+        EXPECT_TRUE(!isEnd || waveform.values[i] == static_cast<float>(expected[i])) << i;
+      }
       EXPECT_LT(worst, kTolerance) << count << " levels of " << channels << " channels";
     }
   }
@@ -100,13 +64,8 @@ TEST(WaveformLevels, AreAsManyAsGoIntoTheSound) {
     int64_t count, samplesPerValue;
     size_t values;
   };
-  const Case cases[] = {
-      {44100, 1, 441'000, 100, 4410, 100},   {44100, 2, 441'000, 100, 8820, 100},
-      {8000, 1, 1000, 1000, 1, 1000},        {8000, 1, 1000, 999, 1, 1000},
-      {8000, 1, 1000, 300, 3, 333},          {8000, 1, 1000, 1, 1000, 1},
-      {8000, 2, 1000, 0, 1, 2000},           {8000, 2, 1000, -5, 1, 2000},
-      {96000, 6, 1001, 10'000'000, 1, 6006}, {8000, 1, 1, 3, 1, 1},
-  };
+  const Case cases[] = {{44100, 2, 441'000, 100, 8820, 100}, {8000, 1, 1000, 999, 1, 1000},         {8000, 1, 1000, 300, 3, 333},
+                        {8000, 2, 1000, -5, 1, 2000},        {96000, 6, 1001, 10'000'000, 1, 6006}, {8000, 1, 1, 3, 1, 1}};
   for (const Case& one : cases) {
     const std::vector<int16_t> samples(one.frames * static_cast<size_t>(one.channels), 500);
     const Waveform waveform = waveformOf(writeWav("sized.wav", one.sampleRate, one.channels, samples), one.count);
