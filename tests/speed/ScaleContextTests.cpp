@@ -117,7 +117,9 @@ TEST(ScaleContext, aCurveCoversItsContentInStepsWithoutGaps) {
   };
   for (const auto& row : table) {
     SCOPED_TRACE(row.title);
-    const auto context = curve(row.knots, row.offsets)->copy();
+    const auto original = curve(row.knots, row.offsets);
+    const auto context = original->copy();
+    EXPECT_NE(context->points()[0], original->points()[0]);
     const auto track = trackOf(row.length);
     if (row.title == "trimmed to half") {  // counted from the used content, not from the file
       track->setLeftTrimOffset(seconds(2));
