@@ -160,11 +160,14 @@ TEST_F(ProjectFileTest, NotesWhatIsWrongWithASpeedCurve) {
   const std::string box = R"("box":[0,0,1,1])", points = R"("points":[{"x":0,"y":1},{"x":1,"y":1}])";
   const std::pair<std::string, std::string> rows[] = {
       {box, ": the key \"points\" is missing"},
+      {points, ": the key \"box\" is missing"},
       {R"("box":[0,0,1,0],)" + points, "/box: width and height must be greater than 0"},
       {box + "," + points + R"(,"speed":2)", "/speed: \"speed\" is no key of a speed curve"},
       {box + R"(,"points":[{"x":0,"y":1}])", "/points: must be 2 points or more"},
       {box + R"(,"points":[{"x":0,"y":1},{"x":1.5,"y":1}])", "/points/1/x: must lie between 0 and 1"},
       {box + R"(,"points":[{"x":0.5,"y":1},{"x":0.25,"y":1}])", "/points/1/x: lies before the x of the point before"},
+      {box + R"(,"points":[{"x":0,"y":1},{"x":1,"y":"1"}])", "/points/1/y: must be a number, not string"},
+      {box + "," + points + R"(,"curves":[[[0,0],[0,0],[0,0]]])", "/curves/0: must be an array of 4 points [x, y]"},
       {box + "," + points + R"(,"offsets":[0])", "/offsets: must be an array of 2 times"},
       {box + "," + points + R"(,"curves":[])", "/curves: must be 1, one between each two points, not 0"},
       {box + "," + points + R"(,"curves":[[[0,0],[0,0],[0,0],[0]]])", "/curves/0/3: must be an array of 2 numbers"},
