@@ -66,6 +66,7 @@ TEST_F(Compositor, FailsRequestsWithoutADelegate) {
   const auto foreign = std::make_shared<FakeRequest>(AVMutableVideoCompositionInstruction::videoCompositionInstruction());
   compositor->startVideoCompositionRequest(foreign);
   drain();
+  EXPECT_EQ(dispatch_queue_get_label(compositor->renderingQueue()), "corvane.compositor_serial_queue");
   EXPECT_EQ(foreign->ending, "error") << "an instruction of another kind";
 }
 

@@ -56,6 +56,9 @@ TEST(LightInstruction, FillsStillsWithTheClipOfItsOwnRate) {
   light->process(LUMCVPixelBufferTrack::initWithId(1), nullptr, AVMutableComposition::composition());
   light->finish();
   EXPECT_EQ(light->timeRange().start.flags, 0u) << "it has no range";
+  EXPECT_EQ(light->requiredSourceTrackIDs(), std::nullopt) << "all of them";
+  EXPECT_EQ(light->passthroughTrackID(), kCMPersistentTrackID_Invalid);
+  EXPECT_TRUE(light->enablePostProcessing() && light->containsTweening());
   EXPECT_TRUE(log.contains({"[LUMLog] Empty footage is NULL from call method LUMAVCompositionInstruction.finish()"}));
 }
 

@@ -9,6 +9,7 @@
 #include "vidloom/speed/LUMScaleContext.h"
 #include "vidloom/timeline/LUMAVAssetTrack.h"
 #include "vidloom/timeline/LUMCVPixelBufferTrack.h"
+#include "vidloom/timeline/LUMGlobal.h"
 
 namespace vidloom {
 namespace {
@@ -88,6 +89,7 @@ TEST(StillSlots, TakeTheClipOfTheTimelinesRate) {
   for (const uint64_t fps : {15, 25, 30, 60}) {
     const auto data = LUMAVComposition::buildNativeCompositionData(timelineOf({{stillAt(1, 0, 1)}}, fps));
     EXPECT_EQ(layoutOf(*data->composition()), (Layout{{"empty_" + std::to_string(fps) + "_fps.mp4 0-1 at 0-1"}}));
+    EXPECT_EQ(LUMGlobal::LUMEmptyFootageForFPS(fps)->tracks().at(0)->nominalFrameRate(), static_cast<float>(fps));
   }
 }
 

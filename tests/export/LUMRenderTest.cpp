@@ -98,6 +98,12 @@ TEST(LUMRender, CleansForADelegateThatImplementsNothingAndForNone) {
   }
 }
 
+TEST(LUMRender, NamesItsQueueWhichIsConcurrent) {
+  const auto queue = LUMRender::initWithComposition(timelineOf({}), {})->renderer_queue();
+  EXPECT_EQ(dispatch_queue_get_label(queue), "corvane.renderer.queue");
+  EXPECT_TRUE(dispatch_queue_get_attributes(queue).concurrent);
+}
+
 // ---- set-up that stops ----
 
 TEST(LUMRenderSetUp, StopsWithOneLineAndKeepsTheReason) {

@@ -64,6 +64,7 @@ TEST(Composition, editsByIdsAndIgnoresUnknownOnes) {
   composition->addTracks({trackAt(1, 0, 2), trackAt(2, 0, 2)}, 8);
   composition->addTracks({trackAt(3, 0, 1)}, 99);
   EXPECT_EQ(CMTimeCompare(composition->duration(), seconds(2)), 0) << "that of the longest instruction";
+  EXPECT_FALSE(composition->isEmpty());
   EXPECT_THAT(idsOf(composition->allTracks()), ElementsAre(1, 1, 2, 1));
   EXPECT_EQ(composition->getInstruction(7), first);
   EXPECT_EQ(composition->getInstructionForTrackAtId(1), first);
@@ -98,7 +99,9 @@ TEST(Composition, findsTheTracksOfATimeWithinTheirInstructions) {
     EXPECT_EQ(idsOf(composition->INSTRUCTIONS_AT_TIME(row.time, 30)), row.instructionsByFrames) << row.time;
     EXPECT_EQ(idsOf(composition->tracksForTime(row.time)), row.tracks) << row.time;
   }
-  EXPECT_THAT(idsOf(composition->getInstruction(1)->tracksForTime(CMTimeMake(2020, 1000), 30)), ElementsAre(3));
+  const CMTime late = CMTimeMake(2020, 1000);
+  EXPECT_THAT(idsOf(composition->getInstruction(1)->tracksForTime(late, 30)), ElementsAre(3));
+  EXPECT_THAT(idsOf(composition->getInstruction(1)->tracksForTime(late)), ElementsAre());
 }
 
 TEST(Composition, theSummaryCountsClassesAndKeysItsNumbers) {

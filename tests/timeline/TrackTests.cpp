@@ -27,19 +27,6 @@ TEST(TrackDeathTest, onlyMediaFilesTellWhereTheirSoundLies) {
   EXPECT_DEATH(static_cast<void>(LUMTrack::initWithId(17)->audioTrackGlobalTimeRange()), "audioTrackGlobalTimeRange: LUMTrack 17");
 }
 
-TEST(CropData, aCopyIsAnotherObjectWithTheSameValues) {
-  const auto crop =
-      LUMCropData::initWithTransform({1, 2, 3, 4, 5, 6}, CGRectMake(1, 2, 3, 4), CGRectMake(5, 6, 7, 8), -90, {9, 10});
-  const auto copy = crop->copy();
-  crop->setAngle(1);
-  crop->setBox({});
-  EXPECT_EQ(copy->angle(), -90);
-  EXPECT_EQ(copy->box(), (CGSize{9, 10}));
-  EXPECT_EQ(copy->absolute(), CGRectMake(1, 2, 3, 4));
-  EXPECT_EQ(copy->percent(), CGRectMake(5, 6, 7, 8));
-  EXPECT_EQ(copy->transform(), (CGAffineTransform{1, 2, 3, 4, 5, 6}));
-}
-
 TEST(AVAssetTrack, turnedAndMirroredPicturesComeToTheOrigin) {
   struct {
     CGAffineTransform stored, fixed;
@@ -112,7 +99,8 @@ TEST(AVAssetTrack, aCopyIsIndependentButPlaysTheSameFile) {
   track->setIgnoreRendering(true);
   track->setTransform({2, 0, 0, 2, 5, 6});
   track->setScaleContext(LUMScaleContext::initWithLinearSpeed(2));
-  track->setCropData(LUMCropData::initWithTransform({}, {}, {}, 45, {}));
+  track->setCropData(
+      LUMCropData::initWithTransform({1, 2, 3, 4, 5, 6}, CGRectMake(1, 2, 3, 4), CGRectMake(5, 6, 7, 8), 45, {9, 10}));
   track->userInfo()["name"] = 1;
   const auto copy = std::dynamic_pointer_cast<LUMAVAssetTrack>(track->copyWithId(77));
   ASSERT_NE(copy, nullptr);
@@ -127,7 +115,12 @@ TEST(AVAssetTrack, aCopyIsIndependentButPlaysTheSameFile) {
   EXPECT_TRUE(copy->muteAudioFlag());
   EXPECT_TRUE(copy->ignoreRendering());
   EXPECT_EQ(copy->transform(), track->transform());
-  EXPECT_EQ(copy->cropData()->angle(), 45);
+  const LUMCropData& crop = *copy->cropData();
+  EXPECT_EQ(crop.angle(), 45);
+  EXPECT_EQ(crop.box(), (CGSize{9, 10}));
+  EXPECT_EQ(crop.absolute(), CGRectMake(1, 2, 3, 4));
+  EXPECT_EQ(crop.percent(), CGRectMake(5, 6, 7, 8));
+  EXPECT_EQ(crop.transform(), (CGAffineTransform{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(copy->userInfo().count("name"), 1u);
   EXPECT_NE(copy->scaleContext(), track->scaleContext());
   EXPECT_TRUE(CMTIME_IS_INVALID(copy->scaleContext()->cachedDuration()));
