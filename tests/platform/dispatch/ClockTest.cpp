@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 
 #include "tests/platform/dispatch/DispatchTesting.h"
 #include "vidloom/platform/dispatch/DispatchClock.h"
@@ -98,6 +100,18 @@ TEST(DispatchTime, AddsWithoutOverflow) {
         Row{DISPATCH_TIME_FOREVER - 5, 10, DISPATCH_TIME_FOREVER}, Row{7, INT64_MIN, 1}}) {
     EXPECT_EQ(dispatch_time(when, delta), expected) << when << " + " << delta;
   }
+}
+
+TEST(MonotonicClockDeathTest, DoesNotHoldUpAProcessThatExits) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        std::atexit([] { _exit(0); });
+        dispatch_after(DispatchClock::current()->nowNs() + 800 * kMillisecondNs, dispatch_get_global_queue(QOS_CLASS_DEFAULT),
+                       [] { _exit(1); });
+        std::exit(2);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

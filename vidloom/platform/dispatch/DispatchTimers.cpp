@@ -35,7 +35,8 @@ void DispatchTimers::serve() {
   while (!calls_.empty()) {
     const uint64_t due = calls_.begin()->first;
     if (due > nowNs()) {
-      changed_.wait_until(lock, std::chrono::steady_clock::time_point(std::chrono::nanoseconds(due)));
+      const std::chrono::steady_clock::time_point dueTime{std::chrono::nanoseconds(due)};
+      WorkerPool::shared().rest([&] { changed_.wait_until(lock, dueTime); });
       continue;
     }
     auto call = std::move(calls_.begin()->second);

@@ -61,6 +61,16 @@ void WorkerPool::submit(Job job) {
   startThread(std::move(job));
 }
 
+void WorkerPool::rest(const std::function<void()>& wait) {
+  {
+    const std::lock_guard lock(mutex_);
+    countOneLess();
+  }
+  wait();
+  const std::lock_guard lock(mutex_);
+  ++busyCount_;
+}
+
 void WorkerPool::nameThread(const std::string& name) {
   thread_local std::string present;
   if (present == name) return;
@@ -88,11 +98,15 @@ void WorkerPool::workerMain(Job job) {
 
 bool WorkerPool::waitForJob(Worker& worker) {
   std::unique_lock lock(mutex_);
-  if (--busyCount_ == 0) settled_.notify_all();
+  countOneLess();
   idle_.push_back(&worker);
   if (worker.wake.wait_for(lock, kIdleTime, [&] { return worker.job != nullptr; })) return true;
   std::erase(idle_, &worker);
   return false;
+}
+
+void WorkerPool::countOneLess() {
+  if (--busyCount_ == 0) settled_.notify_all();
 }
 
 void WorkerPool::waitUntilSettled() {

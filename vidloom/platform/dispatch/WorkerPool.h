@@ -23,6 +23,9 @@ class WorkerPool {
   /// Starts the job on an idle or a new thread. What the job captured is released before the thread counts as idle.
   void submit(Job job);
 
+  /// Makes the call, which does nothing but wait, from within a job; a process that exits meanwhile does not wait for that job.
+  void rest(const std::function<void()>& wait);
+
   /// Names the calling thread; only the first 15 bytes are kept.
   static void nameThread(const std::string& name);
 
@@ -36,11 +39,13 @@ class WorkerPool {
   void workerMain(Job job);
   /// Waits for another job. False when the thread has been idle for long enough to end.
   bool waitForJob(Worker& worker);
+  /// Under the lock.
+  void countOneLess();
   void waitUntilSettled();
 
   std::mutex mutex_;
   std::condition_variable settled_;
-  int busyCount_ = 0;          ///< jobs handed over and not yet ended
+  int busyCount_ = 0;          ///< jobs handed over, not yet ended and not resting
   std::vector<Worker*> idle_;  ///< the one that became idle last is used first, so that surplus threads end
 };
 
