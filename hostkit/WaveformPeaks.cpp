@@ -73,8 +73,10 @@ class PeakFolder {
   std::vector<int16_t> values_;
 };
 
-int64_t framesPerPixel(double frames, int64_t count) {
+int64_t framesPerPixel(double sampleRate, const CMTime& duration, int64_t count) {
   constexpr double kMost = std::numeric_limits<int32_t>::max();
+  // Not the rate times the seconds: a whole number of samples stays one when it is divided last.
+  const double frames = sampleRate * static_cast<double>(duration.value) / duration.timescale;
   if (count <= 0 || !(frames > 0)) return 1;
   return static_cast<int64_t>(std::clamp(std::ceil(std::floor(frames) / static_cast<double>(count)), 1.0, kMost));
 }
@@ -116,7 +118,7 @@ std::optional<WaveformPeaks> readWaveformPeaks(const std::shared_ptr<AVURLAsset>
   const double durationSeconds = CMTimeGetSeconds(asset->duration());
   WaveformPeaks peaks;
   peaks.sampleRate = std::llround(stream->mSampleRate);
-  peaks.framesPerPixel = framesPerPixel(stream->mSampleRate * durationSeconds, count);
+  peaks.framesPerPixel = framesPerPixel(stream->mSampleRate, asset->duration(), count);
   PeakFolder folder(peaks.framesPerPixel);
   double percent = 0;
   while (const auto sample = output->copyNextSampleBuffer()) {
