@@ -47,7 +47,7 @@ void append(std::string& text, Number number) {
 
 }  // namespace
 
-DataOutput::DataOutput(const std::filesystem::path& path) : path_(path) {
+DataOutput::DataOutput(const std::filesystem::path& path) : path_(behindLink(path)) {
   waiting_.reserve(kPortionBytes + 64);
   if (path_.empty()) return;
   Interruption::onlyCount();

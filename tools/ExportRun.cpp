@@ -30,7 +30,9 @@ int64_t microseconds(const CMTime& time) { return CMTimeConvertScale(time, 1'000
 /// One export. Everything runs on the main thread except the blocks on the set-up queue, which take what they need along.
 class ExportRun : public std::enable_shared_from_this<ExportRun> {
  public:
-  explicit ExportRun(ExportOptions options) : options_(std::move(options)), progress_(options_.progress) {}
+  explicit ExportRun(ExportOptions options) : options_(std::move(options)), progress_(options_.progress) {
+    options_.output = behindLink(options_.output);
+  }
 
   ExitCode run();
 
@@ -160,7 +162,9 @@ void ExportRun::start() {
   }
   listen();
   // The exporter removes an earlier file and logs where it cannot, which is no news where there is none.
-  if (!std::filesystem::exists(std::filesystem::symlink_status(options_.output))) Console::muteLog("cannot clean file from url");
+  std::error_code failure;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(options_.output, failure)))
+    Console::muteLog("cannot clean file from url");
   isSettingUp_ = true;
   dispatch_async(setUpQueue_, [self = shared_from_this(), render = render_] {
     render->generate();

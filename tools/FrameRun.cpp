@@ -1,14 +1,12 @@
 #include "tools/FrameRun.h"
 
-#include <cerrno>
-#include <fstream>
 #include <optional>
 #include <string>
-#include <system_error>
 
 #include "hostkit/TimeText.h"
 #include "hostkit/TimelineDrawer.h"
 #include "tools/Console.h"
+#include "tools/DataOutput.h"
 #include "tools/OutputFile.h"
 #include "tools/ProjectOpening.h"
 #include "vidloom/compositing/LUMAVComposition.h"
@@ -53,53 +51,34 @@ CVPixelBufferRef frameAt(const LUMAVCompositionData& data, const CMTime& step, s
   return nullptr;
 }
 
-bool writePlanes(const CVPixelBufferRef& frame, std::ostream& stream) {
-  if (CVPixelBufferLockBaseAddress(frame, kCVPixelBufferLock_ReadOnly) != kCVReturnSuccess) return false;
+/// The planes row by row, without what pads the rows; empty where they cannot be had.
+std::string planesOf(const CVPixelBufferRef& frame) {
+  std::string planes;
+  if (CVPixelBufferLockBaseAddress(frame, kCVPixelBufferLock_ReadOnly) != kCVReturnSuccess) return planes;
   for (const size_t plane : {0U, 1U}) {
     const auto* row = static_cast<const char*>(CVPixelBufferGetBaseAddressOfPlane(frame, plane));
     const size_t samples = plane == 0 ? 1 : 2;
     for (size_t y = 0; y < CVPixelBufferGetHeightOfPlane(frame, plane); ++y) {
-      stream.write(row, static_cast<std::streamsize>(samples * CVPixelBufferGetWidthOfPlane(frame, plane)));
+      planes.append(row, samples * CVPixelBufferGetWidthOfPlane(frame, plane));
       row += CVPixelBufferGetBytesPerRowOfPlane(frame, plane);
     }
   }
   CVPixelBufferUnlockBaseAddress(frame, kCVPixelBufferLock_ReadOnly);
-  return true;
+  return planes;
 }
 
 ExitCode write(const CVPixelBufferRef& frame, const std::filesystem::path& output) {
-  std::string cause;
+  std::string cause = "no memory for the picture";
   if (output.extension() == ".png") {
     std::optional<NSError> error;
-    if (CGImageWritePNG(CGImageCreateWithPixelBuffer(frame), output, &error)) return ExitCode::done;
+    if (CGImageWritePNG(CGImageCreateWithPixelBuffer(frame), behindLink(output), &error)) return ExitCode::done;
     cause = error ? textOf(*error) : "the picture cannot be written";
   } else {
-    errno = 0;
-    std::ofstream stream(output, std::ios::binary | std::ios::trunc);
-    const bool isComplete = writePlanes(frame, stream);
-    stream.close();
-    if (isComplete && stream) return ExitCode::done;
-    cause = std::error_code(errno, std::generic_category()).message();
-    std::error_code ignored;
-    std::filesystem::remove(output, ignored);
+    const std::string planes = planesOf(frame);
+    if (!planes.empty()) return writeData(output, planes);
   }
   Console::message(cause.find(output.filename().string()) == std::string::npos ? output.string() + ": " + cause : cause);
   return ExitCode::output;
-}
-
-/// Why the frame may not be written there; empty where it may.
-std::string problemWithFrameFile(const FrameOptions& options, const ProjectFile& project) {
-  const std::string problem = problemWithOutput(options.output, true);
-  if (!problem.empty()) return problem;
-  if (isSameFile(options.output, options.project)) return options.output.string() + ": is the project itself";
-  for (const ProjectInstruction& instruction : project.instructions) {
-    for (const ProjectTrack& track : instruction.tracks) {
-      if (isSameFile(options.output, track.path)) {
-        return options.output.string() + ": is the source " + track.source + " of the project";
-      }
-    }
-  }
-  return "";
 }
 
 }  // namespace
@@ -107,7 +86,7 @@ std::string problemWithFrameFile(const FrameOptions& options, const ProjectFile&
 ExitCode runFrame(const FrameOptions& options) {
   const OpenedProject opened = openProject(options.project, {.allowOutside = options.allowOutside, .native = options.native});
   if (opened.timeline == nullptr) return ExitCode::input;
-  const std::string problem = problemWithFrameFile(options, *opened.file);
+  const std::string problem = problemWithFileOf(opened, options.project, options.output);
   if (!problem.empty()) {
     Console::message(problem);
     return ExitCode::output;

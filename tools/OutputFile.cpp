@@ -16,12 +16,20 @@ fs::path folderOf(const fs::path& file) { return file.has_parent_path() ? file.p
 
 }  // namespace
 
+fs::path behindLink(const fs::path& output) {
+  std::error_code failure;
+  if (!fs::is_symlink(output, failure)) return output;
+  const fs::path target = fs::canonical(output, failure);
+  return failure ? output : target;
+}
+
 std::string problemWithOutput(const fs::path& output, bool overwrite) {
   std::error_code failure;
   const fs::path folder = folderOf(output);
   if (!fs::is_directory(folder, failure)) return output.string() + ": the folder " + folder.string() + " does not exist";
   if (!output.has_filename()) return output.string() + ": not the name of a file";
   const auto own = fs::symlink_status(output, failure);
+  if (own.type() == fs::file_type::none) return output.string() + ": " + failure.message();
   if (!fs::exists(own)) return "";
   const auto target = fs::status(output, failure);
   if (fs::is_directory(target)) return output.string() + ": is a folder";

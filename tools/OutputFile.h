@@ -6,6 +6,9 @@
 
 namespace vidloom {
 
+/// The file that a symbolic link stands for, so that it is written and the link stays; any other path as it is.
+std::filesystem::path behindLink(const std::filesystem::path& output);
+
 /// Why a movie may not be written there, with the path; empty where it may. Touches nothing.
 std::string problemWithOutput(const std::filesystem::path& output, bool overwrite);
 

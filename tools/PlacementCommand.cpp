@@ -1,11 +1,11 @@
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
 #include "hostkit/TimeText.h"
 #include "tools/Commands.h"
 #include "tools/Console.h"
+#include "tools/DataOutput.h"
 #include "tools/ProjectOpening.h"
 #include "tools/TimelineDrawing.h"
 #include "tools/TimelineLayout.h"
@@ -34,6 +34,11 @@ std::string lineOf(const LayoutRow& row, const LayoutSegment& segment) {
 ExitCode printPlacement(const PlacementArguments& arguments) {
   const OpenedProject opened = openProject(arguments.project, {.allowOutside = arguments.allowOutside});
   if (opened.timeline == nullptr) return ExitCode::input;
+  const std::string problem = arguments.svg.empty() ? "" : problemWithFileOf(opened, arguments.project, arguments.svg);
+  if (!problem.empty()) {
+    Console::message(problem);
+    return ExitCode::output;
+  }
   const auto rows = layoutOf(opened.timeline);
   std::string lines;
   for (const LayoutRow& row : rows) {
@@ -41,12 +46,7 @@ ExitCode printPlacement(const PlacementArguments& arguments) {
   }
   if (!writeToStandardOutput(lines)) return ExitCode::output;
   if (arguments.svg.empty()) return ExitCode::done;
-  std::ofstream stream(arguments.svg, std::ios::binary | std::ios::trunc);
-  stream << drawingOf(rows, opened.namesOfTracks());
-  stream.close();
-  if (stream) return ExitCode::done;
-  Console::message(arguments.svg.string() + ": " + std::error_code(errno, std::generic_category()).message());
-  return ExitCode::output;
+  return writeData(arguments.svg, drawingOf(rows, opened.namesOfTracks()));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "hostkit/ProjectTimeline.h"
 #include "tools/Console.h"
+#include "tools/OutputFile.h"
 
 namespace vidloom {
 
@@ -23,6 +24,19 @@ OpenedProject openProject(const std::filesystem::path& path, const ProjectOption
     for (const ProjectProblem& problem : opened.problems) Console::line(problem.text());
   }
   return opened;
+}
+
+std::string problemWithFileOf(const OpenedProject& opened, const std::filesystem::path& project,
+                              const std::filesystem::path& output) {
+  const std::string problem = problemWithOutput(output, true);
+  if (!problem.empty()) return problem;
+  if (isSameFile(output, project)) return output.string() + ": is the project itself";
+  for (const ProjectInstruction& instruction : opened.file->instructions) {
+    for (const ProjectTrack& track : instruction.tracks) {
+      if (isSameFile(output, track.path)) return output.string() + ": is the source " + track.source + " of the project";
+    }
+  }
+  return "";
 }
 
 }  // namespace vidloom

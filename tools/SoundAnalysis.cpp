@@ -6,6 +6,7 @@
 
 #include "tools/Console.h"
 #include "tools/Interruption.h"
+#include "tools/OutputFile.h"
 #include "vidloom/audio/SoundFormat.h"
 #include "vidloom/audio/WaveformAnalyzerDelegate.h"
 #include "vidloom/platform/avfoundation/AVAsset.h"
@@ -103,7 +104,7 @@ ExitCode writePicture(const CGImageRef& image, const std::filesystem::path& outp
   }
   Interruption::onlyCount();
   std::optional<NSError> error;
-  if (CGImageWritePNG(image, output, &error)) return ExitCode::done;
+  if (CGImageWritePNG(image, behindLink(output), &error)) return ExitCode::done;
   Console::message(textOf(*error, output));
   return ExitCode::output;
 }

@@ -54,6 +54,11 @@ TEST_F(DescribingCommandsTest, PlacementPrintsALineForEachSegmentAndDrawsThem) {
   for (const std::string text : {"<svg", "10  clip.mp4", "11  clip.mp4", "3 \u2013 4.5 s", "of 0.5 \u2013 2 s", "</svg>"}) {
     EXPECT_THAT(read("p.svg"), HasSubstr(text));
   }
+  for (const std::string name : {"p.json", "clip.mp4"}) {
+    const std::string before = read(name);
+    EXPECT_EQ(run("placement p.json --svg " + name).exitCode, 4);
+    EXPECT_TRUE(read(name) == before) << name;
+  }
 }
 
 TEST_F(DescribingCommandsTest, PlacementDrawsTheSpeedOfATrackOverTime) {

@@ -63,8 +63,10 @@ TEST_F(ExportCommandTest, WritesEveryFrameAndReportsHowFarItIs) {
 
 TEST_F(ExportCommandTest, ReportsTheSameAsOneJsonObjectALineAndReplacesAFileWhenAsked) {
   write("out.mp4", "an earlier file");
-  const CommandResult result = run("export plain.json out.mp4 -y --preset ultrafast --progress json");
+  std::filesystem::create_symlink("out.mp4", at("link.mp4"));
+  const CommandResult result = run("export plain.json link.mp4 -y --preset ultrafast --progress json");
   ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_TRUE(std::filesystem::is_symlink(at("link.mp4")));
   EXPECT_EQ(decodedFrameIndices(at("out.mp4")).size(), 60U);
   std::istringstream stream(result.err);
   nlohmann::json last;
@@ -122,6 +124,7 @@ TEST_F(ExportCommandTest, SaysWhatIsWrongByItsExitCodeAndLeavesEverythingAsItWas
       {"export plain.json clip.mp4 -y", 4, {"clip.mp4", "source"}},
       {"export plain.json ./plain.json -y", 4, {"plain.json"}},
       {"export plain.json /dev/null -y", 4, {"/dev/null"}},
+      {"export plain.json " + std::string(256, 'n'), 4, {"nnn: File name too long"}},
   });
   EXPECT_EQ(read("there.mp4"), "an earlier file");
 }
