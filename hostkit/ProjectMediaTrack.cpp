@@ -1,6 +1,7 @@
 #include "hostkit/ProjectMediaTrack.h"
 
 #include "vidloom/platform/avfoundation/AVAsset.h"
+#include "vidloom/speed/LUMScaleContext.h"
 
 namespace vidloom {
 
@@ -15,6 +16,17 @@ CMTime ProjectMediaTrack::audioDuration() const {
   const CMTime shownEnd = CMTimeSubtract(assetDuration(), rightTrimOffset());
   const CMTime end = CMTimeMinimum(CMTimeRangeGetEnd(sound->timeRange()), shownEnd);
   return CMTimeMaximum(CMTimeSubtract(end, leftTrimOffset()), kCMTimeZero);
+}
+
+CMTimeRange ProjectMediaTrack::trackGlobalTimeRange() const {
+  const CMTime natural = internalDuration();
+  CMTime played = natural;
+  if (const auto context = scaleContext()) {
+    for (const LUMScaleTime& time : context->generateTimesForTrack(weak_from_this().lock())) {
+      played = CMTimeAdd(played, CMTimeSubtract(time.duration(), time.timeRange().duration));
+    }
+  }
+  return CMTimeRangeMake(start(), CMTimeMaximum(natural, played));
 }
 
 CMTimeRange ProjectMediaTrack::audioTrackInnerTimeRange() const {

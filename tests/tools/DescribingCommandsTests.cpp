@@ -69,6 +69,13 @@ TEST_F(DescribingCommandsTest, PlacementDrawsTheSpeedOfATrackOverTime) {
   for (const std::string text : {">1.00x<", ">9.55x<", ">0.50x<", "class=\"speed\""}) EXPECT_THAT(read("p.svg"), HasSubstr(text));
 }
 
+TEST_F(DescribingCommandsTest, PlacementLeavesASlowTrackItsTime) {
+  writeProject("p.json", R"({"id":1,"source":"clip.mp4","speed":0.25},{"id":2,"source":"clip.mp4","start":3})");
+  const std::string lines = run("placement p.json").out;
+  EXPECT_THAT(lines, HasSubstr("1  video  source 0 +2  target 3 +2  track 2\n"));
+  EXPECT_THAT(lines, HasSubstr("3  video  source 0 +2  target 0 +8  track 1\n"));
+}
+
 TEST_F(DescribingCommandsTest, ValidatePrintsEveryProblem) {
   writeProject("p.json", R"({"id":10,"source":"none.mp4","speed":"2"},{"id":10,"source":"clip.mp4"})");
   const CommandResult result = run("validate p.json");

@@ -57,7 +57,7 @@ class LUMTrack : public std::enable_shared_from_this<LUMTrack> {
   /// The used part of the content, in content time.
   CMTimeRange trackInnerTimeRange() const;
   /// Where the content lies in its instruction, speed left out.
-  CMTimeRange trackGlobalTimeRange() const;
+  virtual CMTimeRange trackGlobalTimeRange() const;
   /// The length on the timeline: the sum of the scaled segments, without any the internal duration.
   CMTime duration() const;
 
