@@ -82,19 +82,25 @@ std::string withWebpExif(const std::string& webp, const std::string& exif, int w
   return "RIFF" + number(body.size(), 4, false) + body;
 }
 
-std::string withTiffOrientation(const std::string& tiff, int orientation) {
+std::string withTiffOrientation(const std::string& tiff, int orientation) { return withTiffTag(tiff, 274, orientation); }
+
+std::string withTiffTag(const std::string& tiff, int tag, int value) {
   const auto at = [&](size_t place) { return static_cast<size_t>(static_cast<uint8_t>(tiff[place])); };
   const size_t directory = at(4) | at(5) << 8 | at(6) << 16 | at(7) << 24;
   const size_t count = at(directory) | at(directory + 1) << 8;
-  const std::string entry =
-      number(274, 2, false) + number(3, 2, false) + number(1, 4, false) + number(static_cast<uint64_t>(orientation), 4, false);
+  const std::string entry = number(static_cast<uint64_t>(tag), 2, false) + number(3, 2, false) + number(1, 4, false) +
+                            number(static_cast<uint64_t>(value), 4, false);
   // Entries are in the order of their tags.
-  const auto tagAt = [&](size_t index) { return at(directory + 2 + 12 * index) | at(directory + 3 + 12 * index) << 8; };
+  const auto tagAt = [&](size_t index) {
+    return static_cast<int>(at(directory + 2 + 12 * index) | at(directory + 3 + 12 * index) << 8);
+  };
   size_t before = 0;
-  while (before < count && tagAt(before) < 274) ++before;
+  while (before < count && tagAt(before) < tag) ++before;
+  const size_t after = before < count && tagAt(before) == tag ? before + 1 : before;
   const std::string padding(tiff.size() % 2, '\0'), entries = tiff.substr(directory + 2, 12 * count);
   return tiff.substr(0, 4) + number(tiff.size() + padding.size(), 4, false) + tiff.substr(8) + padding +
-         number(count + 1, 2, false) + entries.substr(0, 12 * before) + entry + entries.substr(12 * before) + number(0, 4, false);
+         number(count + 1 - (after - before), 2, false) + entries.substr(0, 12 * before) + entry + entries.substr(12 * after) +
+         number(0, 4, false);
 }
 
 std::string pngChunk(const std::string& type, const std::string& body) {

@@ -30,6 +30,8 @@ std::string withPngExif(const std::string& png, const std::string& exif);
 std::string withWebpExif(const std::string& webp, const std::string& exif, int width, int height);
 /// A copy of a TIFF file (little endian) that notes that orientation.
 std::string withTiffOrientation(const std::string& tiff, int orientation);
+/// A copy of a TIFF file (little endian) with that tag, a 16-bit number.
+std::string withTiffTag(const std::string& tiff, int tag, int value);
 /// A PNG chunk with its length and check sum.
 std::string pngChunk(const std::string& type, const std::string& body);
 

@@ -277,5 +277,15 @@ TEST(CGImage, TakesThePixelsOfABufferAsTheyAre) {
   EXPECT_FALSE(CGImageCreateWithPixelBuffer(nullptr));
 }
 
+TEST(CGImage, TiffFilesThatTheDecoderMistakesAreRefusedOrSetRight) {
+  const std::string tiff = readFile(makeImage("a.tiff", kWidth, kHeight, quadrants(100), {"-pix_fmt", "rgba"}));
+  expectRefused(writeFile("jpeg.tiff", withTiffTag(tiff, 259, 7)));
+  expectRefused(writeFile("tiles.tiff", withTiffTag(tiff, 322, 16)));
+  const auto half = [](int, int) { return Rgba{50, 20, 0, 100}; };
+  const std::string multiplied =
+      readFile(makeImage("m.tiff", kWidth, kHeight, rgbaBytes(kWidth, kHeight, half), {"-pix_fmt", "rgba"}));
+  expectNear(pixel(load(writeFile("multiplied.tiff", withTiffTag(multiplied, 338, 1))), 5, 5), {128, 51, 0, 100}, 0, "multiplied");
+}
+
 }  // namespace
 }  // namespace vidloom

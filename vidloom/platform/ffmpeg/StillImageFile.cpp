@@ -143,15 +143,24 @@ bool inspectGif(ByteSpan bytes, StillImageFile& file, std::string& problem) {
   return true;
 }
 
+constexpr uint32_t kOldJpeg = 6, kJpeg = 7;
+
 bool inspectTiff(ByteSpan bytes, const TiffDirectory& directory, StillImageFile& file, std::string& problem) {
   file.format = StillImageFormat::tiff;
   file.width = directory.value(kTiffWidth).value_or(0);
   file.height = directory.value(kTiffHeight).value_or(0);
   file.orientation = directory.orientation();
+  file.isPremultiplied = directory.value(kTiffExtraSamples) == 1U;
   file.data.assign(bytes.begin(), bytes.end());
-  if (file.width > 0 && file.height > 0) return true;
-  problem = "holds no picture, or is cut off";
-  return false;
+  const uint32_t compression = directory.value(kTiffCompression).value_or(1);
+  if (file.width <= 0 || file.height <= 0) {
+    problem = "holds no picture, or is cut off";
+  } else if (directory.value(kTiffTileWidth)) {
+    problem = "is stored in tiles, which are not read";  // the decoder leaves them black without a word, as it does with JPEG
+  } else if (compression == kOldJpeg || compression == kJpeg) {
+    problem = "is a TIFF file with JPEG data in it, which is not read";
+  }
+  return problem.empty();
 }
 
 bool inspectWebp(ByteSpan bytes, StillImageFile& file, std::string& problem) {

@@ -17,6 +17,7 @@ struct StillImageFile {
   int64_t width = 0, height = 0;   ///< of the whole picture, as it is stored
   int orientation = 1;             ///< EXIF's code, 1 to 8: how to turn what is stored
   int components = 0;              ///< of a JPEG
+  bool isPremultiplied = false;    ///< colours are multiplied by alpha already
   int64_t frameX = 0, frameY = 0;  ///< where what is decoded lies in the picture
   std::vector<uint8_t> data;       ///< for the decoder: the first picture, without what could only cost time and memory
 

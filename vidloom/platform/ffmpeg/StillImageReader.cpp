@@ -115,6 +115,13 @@ int convertFrame(const AVFrame& frame, bool fullRange, uint8_t* bgra, int stride
   return std::min(result, 0);
 }
 
+void divideByAlpha(uint8_t* bgra, size_t pixelCount) {
+  for (uint8_t* const end = bgra + pixelCount * kPixelBytes; bgra != end; bgra += kPixelBytes) {
+    const int alpha = bgra[3];
+    for (int i = 0; i < 3 && alpha > 0; ++i) bgra[i] = static_cast<uint8_t>(std::min(255, (bgra[i] * 255 + alpha / 2) / alpha));
+  }
+}
+
 }  // namespace
 
 std::optional<StillImage> decodeStillImage(const std::filesystem::path& path, const MediaLimits& limits,
@@ -205,6 +212,7 @@ bool StillImageReader::convert() {
   const int result = convertFrame(*frame_, isFullRange, pixels.get(), static_cast<int>(image_.width * kPixelBytes));
   frame_.reset();
   if (result < 0) return fail(AVErrorDecodeFailed, "has pixels of a kind that cannot be converted", result);
+  if (file_.isPremultiplied && image_.hasAlpha) divideByAlpha(pixels.get(), image_.width * image_.height);
   image_.bytes = pixels;
   // These formats cannot say that there is no alpha.
   if (image_.model == StillImageModel::indexed || file_.format == StillImageFormat::webp) {

@@ -8,7 +8,8 @@
 
 namespace vidloom {
 
-inline constexpr uint16_t kTiffWidth = 256, kTiffHeight = 257, kTiffOrientation = 274;
+inline constexpr uint16_t kTiffWidth = 256, kTiffHeight = 257, kTiffCompression = 259, kTiffOrientation = 274, kTiffTileWidth = 322,
+                          kTiffExtraSamples = 338;
 
 /// Looks into the bytes, which must stay.
 class TiffDirectory {
