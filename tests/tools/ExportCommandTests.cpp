@@ -98,6 +98,8 @@ TEST_F(ExportCommandTest, SaysWhatIsWrongByItsExitCodeAndLeavesEverythingAsItWas
   writeProject("text.json", R"({"id":1,"source":"text.mp4"})");
   writeProject("trimmed.json", R"({"id":1,"source":"clip.mp4","leftTrim":1,"rightTrim":1})");
   writeProject("sound.json", R"({"id":1,"source":"sound.mp4"})");
+  std::string longName = "export plain.json ";
+  longName.append(256, 'n');
   expectRefusals({
       {"", 2, {}},
       {"export", 2, {"PROJECT"}},
@@ -124,7 +126,7 @@ TEST_F(ExportCommandTest, SaysWhatIsWrongByItsExitCodeAndLeavesEverythingAsItWas
       {"export plain.json clip.mp4 -y", 4, {"clip.mp4", "source"}},
       {"export plain.json ./plain.json -y", 4, {"plain.json"}},
       {"export plain.json /dev/null -y", 4, {"/dev/null"}},
-      {"export plain.json " + std::string(256, 'n'), 4, {"nnn: File name too long"}},
+      {longName, 4, {"nnn: File name too long"}},
   });
   EXPECT_EQ(read("there.mp4"), "an earlier file");
 }
