@@ -13,6 +13,7 @@
 #include "tools/ExportProgress.h"
 #include "tools/Interruption.h"
 #include "tools/OutputFile.h"
+#include "tools/ProjectOpening.h"
 #include "vidloom/export/LUMRender.h"
 #include "vidloom/platform/dispatch/RunLoop.h"
 #include "vidloom/timeline/LUMAVAssetTrack.h"
@@ -131,14 +132,12 @@ void ExportRun::didOpen(const Opened& opened) {
   if (!opened.problems.empty()) return end(ExitCode::input, "");
   if (Interruption::count() > 0 || opened.timeline == nullptr) return end(ExitCode::cancelled, "cancelled");
   timeline_ = opened.timeline;
-  bool hasPicture = false;
   for (const auto& track : timeline_->allTracks()) {
-    hasPicture |= track->isContentStatic();
     const auto media = std::dynamic_pointer_cast<LUMAVAssetTrack>(track);
-    hasPicture |= media != nullptr && media->videoTrack() != nullptr;
     hasSound_ |= media != nullptr && media->audioTrack() != nullptr && !media->muteAudioFlag();
   }
-  if (!hasPicture) return end(ExitCode::input, options_.project.string() + ": there is nothing to show: no track with a picture");
+  if (!hasPicture(*timeline_))
+    return end(ExitCode::input, options_.project.string() + ": there is nothing to show: no track with a picture");
   if (takeRange()) start();
 }
 

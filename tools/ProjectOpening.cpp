@@ -3,6 +3,8 @@
 #include "hostkit/ProjectTimeline.h"
 #include "tools/Console.h"
 #include "tools/OutputFile.h"
+#include "vidloom/timeline/LUMAVAssetTrack.h"
+#include "vidloom/timeline/LUMComposition.h"
 
 namespace vidloom {
 
@@ -24,6 +26,14 @@ OpenedProject openProject(const std::filesystem::path& path, const ProjectOption
     for (const ProjectProblem& problem : opened.problems) Console::line(problem.text());
   }
   return opened;
+}
+
+bool hasPicture(const LUMComposition& timeline) {
+  for (const auto& track : timeline.allTracks()) {
+    const auto media = std::dynamic_pointer_cast<LUMAVAssetTrack>(track);
+    if (track->isContentStatic() || (media != nullptr && media->videoTrack() != nullptr)) return true;
+  }
+  return false;
 }
 
 std::string problemWithFileOf(const OpenedProject& opened, const std::filesystem::path& project,

@@ -43,7 +43,10 @@ std::string warningsAbout(const OpenedProject& opened) {
 }
 
 ExitCode validate(const std::filesystem::path& project, bool allowOutside) {
-  const OpenedProject opened = openProject(project, {.allowOutside = allowOutside}, false);
+  OpenedProject opened = openProject(project, {.allowOutside = allowOutside}, false);
+  if (opened.timeline != nullptr && !hasPicture(*opened.timeline)) {
+    opened.problems.push_back({opened.file->file, "/instructions", "there is nothing to show: no track with a picture"});
+  }
   std::string text;
   for (const ProjectProblem& problem : opened.problems) text += problem.text() + "\n";
   if (opened.timeline != nullptr && !needsDrawing(*opened.file)) text += warningsAbout(opened);

@@ -83,6 +83,10 @@ TEST_F(DescribingCommandsTest, ValidatePrintsEveryProblem) {
   for (const std::string place : {"0/source: none.mp4", "0/speed: ", "1/id: "}) {
     EXPECT_THAT(result.out, HasSubstr("p.json:/instructions/0/tracks/" + place));
   }
+  writeProject("empty.json", "");
+  const CommandResult empty = run("validate empty.json");
+  EXPECT_EQ(empty.exitCode, 3);
+  EXPECT_THAT(empty.out, HasSubstr("empty.json:/instructions: there is nothing to show"));
 }
 
 TEST_F(DescribingCommandsTest, ValidateWarnsOnlyWhereTheDrawingOrderWouldDiffer) {
