@@ -107,6 +107,10 @@ TEST(MonotonicClockDeathTest, DoesNotHoldUpAProcessThatExits) {
   EXPECT_EXIT(
       {
         std::atexit([] { _exit(0); });
+        // Threads are there before the time runs, however busy the machine is.
+        const auto isWarm = dispatch_semaphore_create(0);
+        dispatch_after(0, dispatch_get_global_queue(QOS_CLASS_DEFAULT), [isWarm] { dispatch_semaphore_signal(isWarm); });
+        dispatch_semaphore_wait(isWarm, DISPATCH_TIME_FOREVER);
         dispatch_after(DispatchClock::current()->nowNs() + 800 * kMillisecondNs, dispatch_get_global_queue(QOS_CLASS_DEFAULT),
                        [] { _exit(1); });
         std::exit(2);
