@@ -101,22 +101,13 @@ ExitCode ExportRun::run() {
 
 bool ExportRun::refuseOutput() {
   const std::string problem = problemWithOutput(options_.output, options_.overwrite);
-  if (!problem.empty()) {
-    end(ExitCode::output, problem);
-  } else if (isSameFile(options_.output, options_.project)) {
-    end(ExitCode::output, options_.output.string() + ": is the project itself");
-  }
+  if (!problem.empty()) end(ExitCode::output, problem);
   return outcome_.has_value();
 }
 
 void ExportRun::open(ProjectFile project) {
-  for (const ProjectInstruction& instruction : project.instructions) {
-    for (const ProjectTrack& track : instruction.tracks) {
-      if (isSameFile(options_.output, track.path)) {
-        return end(ExitCode::output, options_.output.string() + ": is the source " + track.source + " of the project");
-      }
-    }
-  }
+  const std::string problem = problemWithReplacing(options_.output, project);
+  if (!problem.empty()) return end(ExitCode::output, problem);
   isSettingUp_ = true;
   dispatch_async(setUpQueue_, [self = shared_from_this(), project = std::move(project)] {
     const auto opened = std::make_shared<Opened>();
@@ -136,8 +127,7 @@ void ExportRun::didOpen(const Opened& opened) {
     const auto media = std::dynamic_pointer_cast<LUMAVAssetTrack>(track);
     hasSound_ |= media != nullptr && media->audioTrack() != nullptr && !media->muteAudioFlag();
   }
-  if (!hasPicture(*timeline_))
-    return end(ExitCode::input, options_.project.string() + ": there is nothing to show: no track with a picture");
+  if (!hasPicture(*timeline_)) return end(ExitCode::input, options_.project.string() + ": " + kNothingToShow);
   if (takeRange()) start();
 }
 

@@ -86,7 +86,7 @@ ExitCode write(const CVPixelBufferRef& frame, const std::filesystem::path& outpu
 ExitCode runFrame(const FrameOptions& options) {
   const OpenedProject opened = openProject(options.project, {.allowOutside = options.allowOutside, .native = options.native});
   if (opened.timeline == nullptr) return ExitCode::input;
-  const std::string problem = problemWithFileOf(opened, options.project, options.output);
+  const std::string problem = problemWithFileOf(*opened.file, options.output);
   if (!problem.empty()) {
     Console::message(problem);
     return ExitCode::output;
@@ -98,7 +98,7 @@ ExitCode runFrame(const FrameOptions& options) {
   const auto drawer = TimelineDrawer::init();
   const auto data = build(opened.timeline, drawer, options.native);
   if (data->composition()->tracksWithMediaType(AVMediaTypeVideo).empty()) {
-    Console::message(options.project.string() + ": there is nothing to show: no track with a picture");
+    Console::message(options.project.string() + ": " + kNothingToShow);
     return ExitCode::input;
   }
   std::optional<NSError> error;

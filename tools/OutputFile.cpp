@@ -20,7 +20,10 @@ fs::path behindLink(const fs::path& output) {
   std::error_code failure;
   if (!fs::is_symlink(output, failure)) return output;
   const fs::path target = fs::canonical(output, failure);
-  return failure ? output : target;
+  if (!failure) return target;
+  // What it stands for is not there yet, or has no name, as a pipe.
+  const bool isMissing = fs::status(output, failure).type() == fs::file_type::not_found;
+  return isMissing ? output.parent_path() / fs::read_symlink(output, failure) : output;
 }
 
 std::string problemWithOutput(const fs::path& output, bool overwrite) {

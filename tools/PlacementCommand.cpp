@@ -34,7 +34,7 @@ std::string lineOf(const LayoutRow& row, const LayoutSegment& segment) {
 ExitCode printPlacement(const PlacementArguments& arguments) {
   const OpenedProject opened = openProject(arguments.project, {.allowOutside = arguments.allowOutside});
   if (opened.timeline == nullptr) return ExitCode::input;
-  const std::string problem = arguments.svg.empty() ? "" : problemWithFileOf(opened, arguments.project, arguments.svg);
+  const std::string problem = arguments.svg.empty() ? "" : problemWithFileOf(*opened.file, arguments.svg);
   if (!problem.empty()) {
     Console::message(problem);
     return ExitCode::output;

@@ -36,17 +36,19 @@ bool hasPicture(const LUMComposition& timeline) {
   return false;
 }
 
-std::string problemWithFileOf(const OpenedProject& opened, const std::filesystem::path& project,
-                              const std::filesystem::path& output) {
-  const std::string problem = problemWithOutput(output, true);
-  if (!problem.empty()) return problem;
-  if (isSameFile(output, project)) return output.string() + ": is the project itself";
-  for (const ProjectInstruction& instruction : opened.file->instructions) {
+std::string problemWithReplacing(const std::filesystem::path& output, const ProjectFile& project) {
+  if (isSameFile(output, project.file)) return output.string() + ": is the project itself";
+  for (const ProjectInstruction& instruction : project.instructions) {
     for (const ProjectTrack& track : instruction.tracks) {
       if (isSameFile(output, track.path)) return output.string() + ": is the source " + track.source + " of the project";
     }
   }
   return "";
+}
+
+std::string problemWithFileOf(const ProjectFile& project, const std::filesystem::path& output) {
+  const std::string problem = problemWithOutput(output, true);
+  return problem.empty() ? problemWithReplacing(output, project) : problem;
 }
 
 }  // namespace vidloom

@@ -25,11 +25,16 @@ struct OpenedProject {
 /// Reads the project and opens its sources; problems go to standard error where `tellProblems`.
 OpenedProject openProject(const std::filesystem::path& path, const ProjectOptions& options, bool tellProblems = true);
 
+/// What is wrong with a project without hasPicture().
+inline constexpr const char* kNothingToShow = "there is nothing to show: no track with a picture";
+
 /// Whether there is anything to see on the timeline at any time: a movie of sound alone is not written.
 bool hasPicture(const LUMComposition& timeline);
 
-/// Why a file made from that project may not be written there; empty where it may.
-std::string problemWithFileOf(const OpenedProject& opened, const std::filesystem::path& project,
-                              const std::filesystem::path& output);
+/// Why a file made from that project may not replace this one, the project or one of its sources; empty where it may.
+std::string problemWithReplacing(const std::filesystem::path& output, const ProjectFile& project);
+
+/// Why a file made from that project may not be written there, whether or not there is one; empty where it may.
+std::string problemWithFileOf(const ProjectFile& project, const std::filesystem::path& output);
 
 }  // namespace vidloom

@@ -45,7 +45,7 @@ std::string warningsAbout(const OpenedProject& opened) {
 ExitCode validate(const std::filesystem::path& project, bool allowOutside) {
   OpenedProject opened = openProject(project, {.allowOutside = allowOutside}, false);
   if (opened.timeline != nullptr && !hasPicture(*opened.timeline)) {
-    opened.problems.push_back({opened.file->file, "/instructions", "there is nothing to show: no track with a picture"});
+    opened.problems.push_back({opened.file->file, "/instructions", kNothingToShow});
   }
   std::string text;
   for (const ProjectProblem& problem : opened.problems) text += problem.text() + "\n";

@@ -81,7 +81,8 @@ TEST_F(ExportCommandTest, ReportsTheSameAsOneJsonObjectALineAndReplacesAFileWhen
 }
 
 TEST_F(ExportCommandTest, WritesOnlyTheAskedRangeFromZeroOn) {
-  const CommandResult result = run("export plain.json out.mp4 --range 1/2,0.4 --progress none");
+  std::filesystem::create_symlink("out.mp4", at("link.mp4"));  // to a file that is not there yet
+  const CommandResult result = run("export plain.json link.mp4 -y --range 1/2,0.4 --progress none");
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(decodedFrameIndices(at("out.mp4")), counting(15, 12));
